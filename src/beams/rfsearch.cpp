@@ -1,0 +1,202 @@
+// SPDX-License-Identifier: MIT
+#include "beams/rfsearch.h"
+
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+
+#include "control/orvel.h"
+#include "control/ov_input.h"
+#include "control/ov_mpi.h"
+#include "control/utils.h"
+#include "numeric/vecmat.h"
+
+namespace orvel {
+
+// ---- the BEAM_SEARCH block ------------------------------------------------------------------
+
+int method_of(int flag_bs) {
+    const int method = flag_bs >= simple_form ? flag_bs - simple_form : flag_bs;
+    return method >= method_manual && method <= method_sg_multi ? method : -1;
+}
+
+// Line 2 of the three searches. Returns how many numbers it has.
+static int fget_search_limits(std::FILE* file, beam_search& bs) {
+    double v[4];
+    const int found = fget_reals(4, v, search_line_max, file);
+    bs.num_g_limit = real_to_int(v[0]);
+    bs.g_max = v[1];
+    bs.lz_min = real_to_int(v[2]);
+    bs.lz_max = real_to_int(v[3]);
+    return found;
+}
+
+// A row of three limits: exact, Bethe, extinction distance.
+static void fget_limit_row(std::FILE* file, double& exact, double& bethe, double& xig) {
+    double v[3];
+    fget_reals(3, v, search_line_max, file);
+    exact = v[0];
+    bethe = v[1];
+    xig = v[2];
+}
+
+void fget_beam_search_wg(std::FILE* file, beam_search& bs) {
+    fget_search_limits(file, bs);
+    fget_limit_row(file, bs.wgbmin, bs.wgmax, bs.xigmax);
+}
+
+void fget_beam_search_sg(std::FILE* file, beam_search& bs) {
+    fget_search_limits(file, bs);
+    fget_limit_row(file, bs.sgbmin, bs.sgmax, bs.xigmax);
+}
+
+void fget_beam_search_sg_multi(std::FILE* file, beam_search& bs) {
+    if (fget_search_limits(file, bs) < 4)
+        ov_abort(stdout, "$$ Invalid format for beam_search. Abort.\n");
+    if (bs.lz_min < 0 || bs.lz_max >= layer_max)
+        ov_abort(stdout, "$$ Invalid range of Laue zones: %d-%d. Abort.\n", bs.lz_min, bs.lz_max);
+    for (int lz = 0; lz <= bs.lz_max; ++lz)
+        fget_limit_row(file, bs.sgbmin_lz[lz], bs.sgmax_lz[lz], bs.xigmax_lz[lz]);
+}
+
+void fget_beams(int num_exact, int num_bethe, hkl* list, std::FILE* file) {
+    for (int i = 0; i < num_exact + num_bethe; ++i)
+        fget_hkl(&list[i], file);
+}
+
+// A new list for both counts; a sum that no int holds is more than any memory.
+static hkl* new_reflex_sel(int num_exact, int num_bethe) {
+    const bool countable = num_bethe <= INT_MAX - num_exact;
+    return new_vector<hkl>(countable ? to_size(num_exact + num_bethe) : SIZE_MAX);
+}
+
+void fget_manual_beams(std::FILE* file, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel) {
+    fget_2i(&num_exact_beam, &num_bethe_beam, file);
+    if (num_exact_beam < 1 || num_bethe_beam < 0)
+        ov_abort(stdout, "$$ Invalid number of beams: Exact = %d, Bethe = %d. Abort.\n", num_exact_beam, num_bethe_beam);
+    ov_fprintf(stdout, "Exact = %d, Bethe = %d\n", num_exact_beam, num_bethe_beam);
+    reflex_sel = new_reflex_sel(num_exact_beam, num_bethe_beam);
+    fget_beams(num_exact_beam, num_bethe_beam, reflex_sel, file);
+    ov_fprintf(stdout, "$$ vg_select_flag is set to 0.\n");
+    epsilon.vg_select_flag = 0;
+}
+
+void beam_merge(int num_exact, int num_bethe, const hkl* exact, const hkl* bethe, hkl* reflex_sel) {
+    for (int i = 0; i < num_exact; ++i)
+        reflex_sel[i] = exact[i];
+    for (int i = 0; i < num_bethe; ++i)
+        reflex_sel[num_exact + i] = bethe[i];
+}
+
+void fget_search_rows(std::FILE* file, beam_search& bs) {
+    switch (method_of(bs.flag_bs)) {
+    case method_wg:
+        fget_beam_search_wg(file, bs);
+        break;
+    case method_sg:
+        fget_beam_search_sg(file, bs);
+        break;
+    default:
+        fget_beam_search_sg_multi(file, bs);
+        break;
+    }
+}
+
+void make_beam_list(const beam_search& bs, bool sphere, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel,
+                    uvw zone_uvw, r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal) {
+    hkl* exact = new_vector<hkl>(to_size(bs.num_g_limit));
+    hkl* bethe = new_vector<hkl>(to_size(bs.num_g_limit));
+    ov_fprintf(stdout, "Beam search (%s)... ", method_of(bs.flag_bs) == method_wg ? "wg" : "sg");
+    ov_fflush(stdout);
+    if (sphere)
+        beam_search_sphere(num_exact_beam, num_bethe_beam, exact, bethe, bs, kv, crystal);
+    else
+        search_beams(num_exact_beam, num_bethe_beam, exact, bethe, bs, zone_uvw, zolzbase1, h_tilt, g_tilt, kv, crystal);
+    ov_fprintf(stdout, "Exact = %d, Bethe = %d\n", num_exact_beam, num_bethe_beam);
+    reflex_sel = new_reflex_sel(num_exact_beam, num_bethe_beam);
+    beam_merge(num_exact_beam, num_bethe_beam, exact, bethe, reflex_sel);
+    std::free(exact);
+    std::free(bethe);
+}
+
+int fget_flag_bs(std::FILE* file) {
+    double flag;
+    fget_reals(1, &flag, line_max, file);
+    return real_to_int(flag);
+}
+
+void fget_beam_list(std::FILE* file, beam_search& bs, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel,
+                    uvw zone_uvw, r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal) {
+    bs.flag_bs = fget_flag_bs(file);
+    const int method = method_of(bs.flag_bs);
+    if (method == -1)
+        ov_abort(stdout, "Invalid flag_bs\n");
+    if (method == method_manual) {
+        fget_manual_beams(file, num_exact_beam, num_bethe_beam, reflex_sel);
+        return;
+    }
+    fget_search_rows(file, bs);
+    make_beam_list(bs, false, num_exact_beam, num_bethe_beam, reflex_sel, zone_uvw, zolzbase1, h_tilt, g_tilt, kv, crystal);
+}
+
+// ---- lists ----------------------------------------------------------------------------------
+
+int find_n_g(int n, int h, int k, int l, const hkl* list) { return search_g_table(n, h, k, l, list); }
+
+double spacing(int h, int k, int l, lattice lat) {
+    if (h == 0 && k == 0 && l == 0)
+        return 0.0;
+    return 1 / std::sqrt(sq_abs(hkl2rhkl(h, k, l), lat));
+}
+
+// A reflection with its spacing, while a list is sorted.
+struct hkl_d {
+    hkl g;
+    double d;
+};
+
+// Larger spacings first.
+static int hkld_comp(const void* first, const void* second) {
+    const double d1 = static_cast<const hkl_d*>(first)->d;
+    const double d2 = static_cast<const hkl_d*>(second)->d;
+    if (d2 > d1)
+        return 1;
+    return d2 < d1 ? -1 : 0;
+}
+
+// Ascending by h, then k, then l.
+static int hkl_comp(const void* first, const void* second) {
+    const hkl g1 = static_cast<const hkl_d*>(first)->g;
+    const hkl g2 = static_cast<const hkl_d*>(second)->g;
+    if (g1.h != g2.h)
+        return g1.h < g2.h ? -1 : 1;
+    if (g1.k != g2.k)
+        return g1.k < g2.k ? -1 : 1;
+    if (g1.l != g2.l)
+        return g1.l < g2.l ? -1 : 1;
+    return 0;
+}
+
+void sort_reflex(int n, hkl* list, lattice lat) {
+    const double first_of_all = 1e10; // "spacing" of 000
+    const double equal_within = 1e-9; // relative: rounding must not decide an order
+    hkl_d* sorted = new_vector<hkl_d>(to_size(n));
+    for (int i = 0; i < n; ++i) {
+        const double d = spacing(list[i].h, list[i].k, list[i].l, lat);
+        sorted[i] = {list[i], d == 0.0 ? first_of_all : d};
+    }
+    std::qsort(sorted, to_size(n), sizeof(hkl_d), hkld_comp);
+    int end = 0;
+    for (int begin = 0; begin < n; begin = end) {
+        end = begin + 1;
+        while (end < n && sorted[end].d >= sorted[begin].d * (1 - equal_within))
+            ++end;
+        std::qsort(sorted + begin, to_size(end - begin), sizeof(hkl_d), hkl_comp);
+    }
+    for (int i = 0; i < n; ++i)
+        list[i] = sorted[i].g;
+    std::free(sorted);
+}
+
+} // namespace orvel

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+#include "control/ov_mpi.h"
+
+#include <cstdarg>
+#include <cstdlib>
+
+namespace orvel {
+
+int num_procs = 1;
+int proc_id = 0;
+
+void ov_fprintf(std::FILE* stream, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    std::vfprintf(stream, format, values);
+    va_end(values);
+}
+
+void ov_fprintf_stdo(std::FILE* stream, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    va_list again;
+    va_copy(again, values);
+    std::vfprintf(stream, format, values);
+    std::vfprintf(stdout, format, again);
+    va_end(again);
+    va_end(values);
+}
+
+int ov_fflush(std::FILE* stream) { return std::fflush(stream); }
+
+std::FILE* ov_fopen_chk_wmode(const char* path) {
+    std::FILE* stream = std::fopen(path, "w");
+    if (stream == nullptr)
+        ov_abort(stderr, "$$ Cannot open %s. Abort.\n", path);
+    return stream;
+}
+
+void ov_fclose(std::FILE* stream) {
+    const bool failed = std::ferror(stream) != 0;
+    if (std::fclose(stream) != 0 || failed)
+        ov_abort(stderr, "$$ A result file could not be written completely. Abort.\n");
+}
+
+void ov_error_exit(std::FILE* stream, const char* format, ...) {
+    std::fputs("$$error: ", stream);
+    va_list values;
+    va_start(values, format);
+    std::vfprintf(stream, format, values);
+    va_end(values);
+    std::fputc('\n', stream);
+    std::exit(EXIT_FAILURE);
+}
+
+void ov_abort(std::FILE* stream, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    std::vfprintf(stream, format, values);
+    va_end(values);
+    std::exit(EXIT_FAILURE);
+}
+
+} // namespace orvel

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+//
+// Constraints: values of a crystal that are computed from others. The expression of such a value
+// stands in the val_str of its fitpar (control/records.h) and is a sum of products of numbers and
+// names, as in =0.5*a0+0.25; it has no parentheses, no division and no operators of its own sign.
+#pragma once
+
+#include "control/records.h"
+#include "crystal/strct_f.h"
+
+namespace orvel {
+
+// Value of an expression whose names are those of the crystal's values. Blanks and '=' are skipped;
+// a minus sign closes the product before it, so that a negative factor must stand first.
+double constraint_value_csd(const char* expr, csd& crystal);
+
+// Value of one token: 0 if empty, a number if it begins with a digit, else a named value.
+double val_trans_csd(const char* token, csd& crystal);
+
+// Current value of the first value with this name, in the order cell, sites, low-order values. An
+// unknown name ends the process.
+double val_search_csd(const char* name, csd& crystal);
+
+// One sweep in the order of val_search_csd that replaces each value of kind_cst by its expression;
+// the parts of the sweep below. An expression sees new values of what comes before it.
+void constraint_csd(csd& crystal);
+void constraint_csd_lp(cell_values values, const fitpar* descriptors, csd& crystal);
+void constraint_csd_atm(int num_site, atom* sites, const atom_fitpar* descriptors, csd& crystal);
+void constraint_csd_lofg(int num_site, int num_lofg, const hkl* hkls, int lof_type,
+                         lofg_value* values, const lofg_fitpar_set* descriptors, csd& crystal);
+
+} // namespace orvel

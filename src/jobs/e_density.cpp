@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: MIT
+#include "jobs/e_density.h"
+
+#include <cstdlib>
+
+#include "control/ov_debug.h"
+#include "control/ov_input.h"
+#include "control/ov_mpi.h"
+#include "control/utils.h"
+#include "numeric/vecmat.h"
+
+namespace orvel {
+
+// ---- the block ------------------------------------------------------------------------------
+
+void begin_density_data(sd& cond, std::FILE* file) {
+    const double disksize = 1.0; // the block holds none, and the search needs one
+    cond = {};
+    cond.disksize = disksize;
+    cond.beam_search.disksize = disksize;
+    cond.calc_type = mesh_none;
+    chk_data("E_DENSITY_CALCULATION_CONDITION{", file);
+    fget_incident_beam(cond, file);
+}
+
+void report_density_beams(sd& cond, csd& crystal) {
+    report_beams(cond, crystal);
+    ov_fprintf(stdout, "$$disksize = %f\n", cond.disksize);
+}
+
+void input_density_proj_data(sd& cond, csd& crystal, std::FILE* file) {
+    begin_density_data(cond, file);
+    chk_data("BEAM_SEARCH{", file);
+    fget_sd_beams(cond, crystal, file);
+    report_density_beams(cond, crystal);
+    chk_data("}BEAM_SEARCH", file);
+    fget_calc_rxy_range(cond, lattice_of(crystal), file);
+    chk_data("AREA_PROJ_CELL{", file);
+    cond.area_proj_cell = fget_d(file);
+    chk_data("}AREA_PROJ_CELL", file);
+    chk_data("}E_DENSITY_CALCULATION_CONDITION", file);
+    std::fclose(file);
+}
+
+// ---- maps -----------------------------------------------------------------------------------
+
+complex calc_inv_fourier(r_uvw r, int n, const hkl* beams, const complex* coef) {
+    complex sum = {0.0, 0.0};
+    for (int i = 0; i < n; ++i) {
+        const double phase = (beams[i].h * r.u + beams[i].k * r.v + beams[i].l * r.w) * two_pi;
+        sum = c_add(sum, c_mul(coef[i], c_exp({0.0, phase})));
+    }
+    return sum;
+}
+
+static std::FILE* open_table(const char* suffix, const char* what, const char* stem, char* name) {
+    std::snprintf(name, path_max, "%s%s", stem, suffix);
+    ov_fprintf(stdout, "%s ==> %s\n", what, name);
+    return fopen_chk_wmode(name);
+}
+
+static void print_table_head(const char* what, const char* columns, const sd& cond, std::FILE* table) {
+    ov_fprintf(table, "# %s (formed by %d beams)\n", what, cond.num_exact_beam + cond.num_bethe_beam);
+    ov_fprintf(table, "# nx  ny\n");
+    ov_fprintf(table, "# %d  %d\n", cond.nx, cond.ny);
+    ov_fprintf(table, "# x\ty\t%s\n", columns);
+}
+
+// A gnuplot script that draws one column of a table into stem + suffix + ".png".
+static void write_plot(const char* first_line, const char* zrange, const char* table_name, int column,
+                       const char* suffix, const char* stem) {
+    char name[path_max];
+    std::snprintf(name, sizeof name, "%s%s.plt", stem, suffix);
+    std::FILE* script = fopen_chk_wmode(name);
+    ov_fprintf(script, "%s\n", first_line);
+    ov_fprintf(script, "set pm3d\n");
+    ov_fprintf(script, "set nosurface\n");
+    ov_fprintf(script, "set view 0,0\n");
+    ov_fprintf(script, "set size square\n");
+    ov_fprintf(script, "set term png crop\n");
+    ov_fprintf(script, "set output \"%s%s.png\"\n", stem, suffix);
+    ov_fprintf(script, "#set zrange %s\n", zrange);
+    ov_fprintf(script, "splot \"%s\" using 1:2:%d with lines\n", table_name, column);
+    ov_fprintf(script, "pause -1\n");
+    ov_fclose(script);
+}
+
+// ---- E_DENSITY_PROJ_MODE --------------------------------------------------------------------
+
+static void print_density_maps(const sd& cond, const complex* vg_coef, const complex* xg_coef,
+                               std::FILE* potential, std::FILE* density) {
+    const int N = cond.num_exact_beam + cond.num_bethe_beam;
+    for (int ix = 0; ix < cond.nx; ++ix) {
+        progress_indicator(ix, cond.nx);
+        const double x = map_coordinate(ix, cond.nx, cond.range_x1, cond.range_x2);
+        for (int iy = 0; iy < cond.ny; ++iy) {
+            const double y = map_coordinate(iy, cond.ny, cond.range_y1, cond.range_y2);
+            const r_uvw r = map_point(cond, x, y);
+            const complex V = calc_inv_fourier(r, N, cond.reflex_sel, vg_coef);
+            const complex X = calc_inv_fourier(r, N, cond.reflex_sel, xg_coef);
+            ov_fprintf(potential, "%g\t%g\t%g\n", x, y, V.re);
+            ov_fprintf(density, "%g\t%g\t%g\n", x, y, X.re / cond.area_proj_cell);
+        }
+        ov_fprintf(potential, "\n");
+        ov_fprintf(density, "\n");
+    }
+    ov_fprintf(stdout, "100%%.\n");
+}
+
+void ov_electron_density_proj(std::FILE* file, std::FILE* /*log*/, const char* stem) {
+    csd crystal;
+    sd cond;
+    input_csd_cstr(crystal, file, stem);
+    input_density_proj_data(cond, crystal, file);
+    const std::size_t N = to_size(cond.num_exact_beam + cond.num_bethe_beam);
+    complex* vg_coef = new_vector<complex>(N);
+    complex* xg_coef = new_vector<complex>(N);
+    ov_fprintf(stdout, "Fourier coef. calculation....\n");
+    vgv_fxgv_csd(cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.kv, lattice_of(crystal),
+                 vg_coef, xg_coef);
+
+    char potential_name[path_max], density_name[path_max];
+    std::FILE* potential = open_table("_pp.txt", "Projected potential       ", stem, potential_name);
+    std::FILE* density = open_table("_ed.txt", "Projected electron density", stem, density_name);
+    print_table_head("Projected potential", "potential.re[V])", cond, potential);
+    print_table_head("Projected electron density", "potential.re[V])", cond, density);
+    print_density_maps(cond, vg_coef, xg_coef, potential, density);
+    ov_fclose(potential);
+    ov_fclose(density);
+    write_plot("#", "[0:3]", density_name, 3, "_ed", stem);
+    write_plot("#", "[0:20]", potential_name, 3, "_pp", stem);
+
+    std::free(vg_coef);
+    std::free(xg_coef);
+    free_sd(cond);
+    free_csd(crystal);
+}
+
+// ---- POTENTIAL_REIM_PROJ_MODE ---------------------------------------------------------------
+
+static void print_potential_map(const sd& cond, const complex* vg_coef, std::FILE* table) {
+    const int N = cond.num_exact_beam + cond.num_bethe_beam;
+    for (int ix = 0; ix < cond.nx; ++ix) {
+        progress_indicator(ix, cond.nx);
+        const double x = map_coordinate(ix, cond.nx, cond.range_x1, cond.range_x2);
+        for (int iy = 0; iy < cond.ny; ++iy) {
+            const double y = map_coordinate(iy, cond.ny, cond.range_y1, cond.range_y2);
+            const complex V = calc_inv_fourier(map_point(cond, x, y), N, cond.reflex_sel, vg_coef);
+            ov_fprintf(table, "%g\t%g\t%g\t%g\n", x, y, V.re, V.im);
+        }
+        ov_fprintf(table, "\n");
+    }
+    ov_fprintf(stdout, "100%%.\n");
+}
+
+void ov_potential_reim_proj(std::FILE* file, std::FILE* /*log*/, const char* stem) {
+    csd crystal;
+    sd cond;
+    input_csd_cstr(crystal, file, stem);
+    input_density_proj_data(cond, crystal, file);
+    complex* vg_coef = new_vector<complex>(to_size(cond.num_exact_beam + cond.num_bethe_beam));
+    ov_fprintf(stdout, "Fourier coef. calculation....\n");
+    vgv_reim_csd(cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.kv, lattice_of(crystal), vg_coef);
+
+    char name[path_max];
+    std::FILE* table = open_table("_pp.txt", "Projected potential       ", stem, name);
+    print_table_head("Projected potential", "pot.re[V]\tpot.im[V])", cond, table);
+    print_potential_map(cond, vg_coef, table);
+    ov_fclose(table);
+    write_plot("#Real (elastic) potential plot", "[0:20]", name, 3, "_re_pp", stem);
+    write_plot("#Imaginary (inelastic) potential plot", "[-3:3]", name, 4, "_im_pp", stem);
+
+    std::free(vg_coef);
+    free_sd(cond);
+    free_csd(crystal);
+}
+
+} // namespace orvel

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: MIT
+#include "jobs/ov_sim.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "control/orvel.h"
+#include "control/ov_debug.h"
+#include "control/ov_mpi.h"
+#include "numeric/vecmat.h"
+
+namespace orvel {
+
+void ov_bloch_state(std::FILE* file, std::FILE* log, const char* stem) {
+    csd crystal;
+    sd cond;
+    input_csd_cstr(crystal, file, stem);
+    input_bloch_data(cond, crystal, file);
+    std::fclose(file);
+
+    const lattice lat = lattice_of(crystal);
+    complex** vg = new_potential_matrix("Potential calc.\n", cond, crystal, lat, log);
+    calc_kxy_tilt(cond, lat);
+    cond.num_g = 0;
+    calc_bloch_state_ug(tilt_problem_of(cond, crystal, vg, lat), cond.k_tilt[0], cond, stem, log);
+    free_matrix(vg);
+    free_sd(cond);
+    free_csd(crystal);
+}
+
+complex calc_projpot(r_uvw r, int n, const hkl* reflex_sel, const complex* const* vg) {
+    complex sum = {0.0, 0.0};
+    for (int i = 0; i < n; ++i) {
+        const double phase = two_pi * (reflex_sel[i].h * r.u + reflex_sel[i].k * r.v + reflex_sel[i].l * r.w);
+        sum = c_add(sum, c_mul(vg[i][0], c_exp({0.0, phase})));
+    }
+    return sum;
+}
+
+complex calc_bloch_state_func_ug(int j, r_uvw r, int n, const hkl* reflex_sel, r_hkl K_t,
+                                 const double* beta_ge, const complex* const* eigen_vec) {
+    complex S = {0.0, 0.0};
+    for (int g = 0; g < n; ++g) {
+        const double root = std::sqrt(beta_ge[g]);
+        const complex C = {eigen_vec[g][j].re / root, eigen_vec[g][j].im / root};
+        const double phase = two_pi * (reflex_sel[g].h * r.u + reflex_sel[g].k * r.v + reflex_sel[g].l * r.w);
+        S = c_add(S, c_mul(C, c_exp({0.0, phase})));
+    }
+    return c_mul(S, c_exp({0.0, two_pi * (K_t.h * r.u + K_t.k * r.v + K_t.l * r.w)}));
+}
+
+static void print_eigenvalues(const tilt_problem& problem, const work_cal_int& work, const char* stem, std::FILE* log) {
+    char name[path_max];
+    std::snprintf(name, sizeof name, "%s_kn.txt", stem);
+    std::FILE* file = ov_fopen_chk_wmode(name);
+    ov_fprintf(file, "%% kn\n");
+    ov_fprintf(file, "%% branch_i\tRe_eigenvalue\tIm_eigenvalue\teps^2\n");
+    for (int j = 0; j < problem.num_exact_beam; ++j)
+        ov_fprintf(file, "%d: %g %g %g\n", j + 1, work.eigen_val[j].re, work.eigen_val[j].im, c_norm(work.bc[j]));
+    ov_fclose(file);
+    ov_fprintf(log, " k_n ==> %s\n", name);
+}
+
+static void print_potential_map(const tilt_problem& problem, const sd& cond, const char* stem, std::FILE* log) {
+    const int N = problem.num_exact_beam + problem.num_bethe_beam;
+    char name[path_max];
+    std::snprintf(name, sizeof name, "%s_pp.txt", stem);
+    std::FILE* file = ov_fopen_chk_wmode(name);
+    ov_fprintf(file, "# Projected potential");
+    ov_fprintf(file, " (formed by %d-beams)\n", N);
+    ov_fprintf(file, "#nx ny\n");
+    ov_fprintf(file, "#%d %d\n", cond.nx, cond.ny);
+    ov_fprintf(file, "#x\ty\t\tpotential.re[V]\tpotential.im[V]\n");
+    ov_fprintf(stdout, "Proj. potential\n");
+    for (int ix = 0; ix < cond.nx; ++ix) {
+        progress_indicator(ix, cond.nx);
+        const double x = map_coordinate(ix, cond.nx, cond.range_x1, cond.range_x2);
+        for (int iy = 0; iy < cond.ny; ++iy) {
+            const double y = map_coordinate(iy, cond.ny, cond.range_y1, cond.range_y2);
+            const complex V = calc_projpot(map_point(cond, x, y), N, problem.reflex_sel, problem.vg);
+            ov_fprintf(file, "%g\t%g\t%g\t%g\n", x, y, V.re, V.im);
+        }
+        ov_fprintf(file, "\n");
+    }
+    ov_fprintf(stdout, "100%%.\n");
+    ov_fclose(file);
+    ov_fprintf(log, " Projected potential: ==> %s\n", name);
+}
+
+// The map of branch j, counted from 1, with its lines of the script.
+static void print_branch_map(int j, const tilt_problem& problem, r_hkl K_t, const sd& cond, const work_cal_int& work,
+                             const char* stem, std::FILE* script, std::FILE* log) {
+    const complex lambda = work.eigen_val[j - 1];
+    const double excitation = c_norm(work.bc[j - 1]);
+    char name[path_max];
+    std::snprintf(name, sizeof name, "%s_b%d.txt", stem, j);
+    std::FILE* file = ov_fopen_chk_wmode(name);
+    ov_fprintf(log, " Prob. density (branch %d): ==> %s\n", j, name);
+    ov_fprintf(script, "%s\n", name);
+    ov_fprintf(script, "%d    # branch\n", j);
+    ov_fprintf(script, "%g    # eps^2\n", excitation);
+    ov_fprintf(file, "# Bloch state: branch %d)\n", j);
+    ov_fprintf(file, "# branch:%d, eigen_val:%g, excitation(eps^2):%g\n", j, lambda.re, excitation);
+    ov_fprintf(file, "# nx ny\n");
+    ov_fprintf(file, "# %d %d\n", cond.nx, cond.ny);
+    ov_fprintf(file, "#x\ty\tdensity\tangle\tre\tim\n");
+    ov_fprintf(stdout, "Branch %d\n", j);
+    for (int ix = 0; ix < cond.nx; ++ix) {
+        progress_indicator(ix, cond.nx);
+        const double x = map_coordinate(ix, cond.nx, cond.range_x1, cond.range_x2);
+        for (int iy = 0; iy < cond.ny; ++iy) {
+            const double y = map_coordinate(iy, cond.ny, cond.range_y1, cond.range_y2);
+            const complex B = calc_bloch_state_func_ug(j - 1, map_point(cond, x, y), problem.num_exact_beam,
+                                                       problem.reflex_sel, K_t, work.beta_ge, work.eigen_vec);
+            ov_fprintf(file, "%g\t%g\t%g\t%g\t%g\t%g\n", x, y, c_norm(B), c_arg(B), B.re, B.im);
+        }
+        ov_fprintf(file, "\n");
+    }
+    ov_fprintf(stdout, "100%%.\n");
+    ov_fclose(file);
+}
+
+static void print_script_head(const char* stem, std::FILE* script) {
+    ov_fprintf(script, "DRENU_SCRIPT\n");
+    ov_fprintf(script, "BLOCH_VISUAL_MODE\n");
+    ov_fprintf(script, "HTML_OPEN\n");
+    ov_fprintf(script, "%s_.html\n", stem);
+    ov_fprintf(script, "BLOCH_VISUAL\n");
+    ov_fprintf(script, "%s\n", stem);
+}
+
+void calc_bloch_state_ug(const tilt_problem& problem, r_hkl K_t, const sd& cond, const char* stem, std::FILE* log) {
+    epsilon.vg_select_flag = 0;
+    work_cal_int work;
+    alloc_work_cal_int(problem.num_exact_beam + problem.num_bethe_beam, problem.num_g, 0, work);
+    tilt_state state = select_tilt(problem, K_t, work);
+    solve_tilt(problem, "$$ Bethe Approx.\n", nullptr, state, work);
+
+    char script_name[path_max];
+    std::snprintf(script_name, sizeof script_name, "%s_dre.txt", stem);
+    std::FILE* script = ov_fopen_chk_wmode(script_name);
+    print_script_head(stem, script);
+    print_eigenvalues(problem, work, stem, log);
+    print_potential_map(problem, cond, stem, log);
+    ov_fprintf(script, "%s_pp.txt\n", stem);
+    ov_fprintf(script, "%d    # branch_begin\n", cond.branch_begin);
+    ov_fprintf(script, "%d    # branch_end\n", cond.branch_end);
+    for (int j = cond.branch_begin; j <= cond.branch_end; ++j)
+        print_branch_map(j, problem, K_t, cond, work, stem, script, log);
+    ov_fprintf(script, "HTML_CLOSE\n");
+    ov_fclose(script);
+    ov_fprintf(stdout, "\n>> drenu %s\n", script_name);
+    free_work_cal_int(work);
+}
+
+} // namespace orvel

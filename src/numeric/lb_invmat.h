@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+//
+// Inversion of complex matrices, with epsilon.inv_eps as absolute pivot limit. A singular matrix
+// never stops the program: the caller goes on with the numbers it gets.
+#pragma once
+
+#include "numeric/complex.h"
+
+namespace orvel {
+
+// Replaces a[row][column] (order n) by its inverse. A failure is told on the console. Returns 0.
+int invmat(int n, complex** a);
+
+// Solves A x = e0, so that x (n elements) is the first column of the inverse; a is destroyed.
+// Returns 0, or 30000 if the last pivot is too small.
+int bc_invmat(int n, complex** a, complex* x);
+
+} // namespace orvel

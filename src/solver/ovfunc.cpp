@@ -1,0 +1,286 @@
+// SPDX-License-Identifier: MIT
+#include "solver/ovfunc.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "control/orvel.h"
+#include "control/ov_debug.h"
+#include "control/ov_mpi.h"
+#include "control/utils.h"
+#include "numeric/lb_eigmat.h"
+#include "numeric/lb_invmat.h"
+#include "numeric/vecmat.h"
+
+namespace orvel {
+
+// ---- boundary condition ---------------------------------------------------------------------
+
+static void print_eigenvector(int n, int j, const complex* const* eigen_vec) {
+    double norm2 = 0.0;
+    for (int i = 0; i < n; ++i) {
+        ov_fprintf(stdout, "$$ vec[%d][%d]=%g %g\n", i, j, eigen_vec[i][j].re, eigen_vec[i][j].im);
+        norm2 += c_norm(eigen_vec[i][j]);
+    }
+    ov_fprintf(stdout, "$$ norm^2 = %g\n", norm2);
+}
+
+// Reports amplitudes above 1, which hint at an ill-conditioned set of eigenvectors. Changes nothing.
+static int chk_excitation(int n, const complex* const* eigen_vec, const complex* bc) {
+    int found = 0;
+    if (dbg.bc_chk_flag != 1 && dbg.bc_chk_flag != 2)
+        return found;
+    for (int j = 0; j < n; ++j) {
+        if (!(c_abs(bc[j]) > 1))
+            continue;
+        found = 1;
+        ov_fprintf(stdout, "$$ bc[%d] = %g, %g (c_abs = %g)\n", j, bc[j].re, bc[j].im, c_abs(bc[j]));
+        if (dbg.bc_chk_flag == 2)
+            print_eigenvector(n, j, eigen_vec);
+    }
+    return found;
+}
+
+// Amplitudes without the check.
+static void solve_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc) {
+    complex** M = new_matrix<complex>(to_size(n), to_size(n));
+    for (int i = 0; i < n; ++i) {
+        const double root = std::sqrt(beta_sel[i]);
+        for (int j = 0; j < n; ++j)
+            M[i][j] = {eigen_vec[i][j].re / root, eigen_vec[i][j].im / root};
+    }
+    bc_invmat(n, M, bc);
+    free_matrix(M);
+}
+
+int upper_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc) {
+    solve_b_cond(n, beta_sel, eigen_vec, bc);
+    return chk_excitation(n, eigen_vec, bc);
+}
+
+int upper_b_cond_coherent(int n, const double* beta_sel, complex phase, const complex* const* eigen_vec, complex* bc) {
+    solve_b_cond(n, beta_sel, eigen_vec, bc);
+    for (int j = 0; j < n; ++j)
+        bc[j] = c_mul(phase, bc[j]);
+    return chk_excitation(n, eigen_vec, bc);
+}
+
+void limited_branch(double bc_accuracy, int n, const complex* bc, int& n_branch, int* branch) {
+    for (int j = 0; j < n; ++j)
+        branch[j] = j;
+    n_branch = n;
+    if (bc_accuracy == 1.0)
+        return;
+    double* p = new_vector<double>(to_size(n));
+    double total = 0.0;
+    for (int j = 0; j < n; ++j) {
+        p[j] = c_norm(bc[j]);
+        total += p[j];
+    }
+    d_heapsort(n, p, branch);
+    double sum = 0.0;
+    for (int j = 0; j < n; ++j) {
+        sum += p[j];
+        if (sum / total >= bc_accuracy) {
+            n_branch = j + 1;
+            break;
+        }
+    }
+    std::free(p);
+}
+
+// ---- amplitudes -----------------------------------------------------------------------------
+
+// exp(-i pi lambda t / K_n): the phase and the damping of a branch at thickness t.
+static complex propagation(double t, double K_n, complex lambda) {
+    const double c = -pi * t / K_n;
+    return c_exp({-c * lambda.im, c * lambda.re});
+}
+
+void psi_of_beams(int num_g, const int* pos, double t, int n, int n_branch, const int* branch, double K_n,
+                  const double* beta_sel, const complex* eigen_val, const complex* const* eigen_vec,
+                  const complex* bc, complex* psi) {
+    complex* waves = new_vector<complex>(to_size(n_branch));
+    for (int b = 0; b < n_branch; ++b)
+        waves[b] = propagation(t, K_n, eigen_val[branch[b]]);
+    for (int r = 0; r < num_g; ++r) {
+        psi[r] = {0.0, 0.0};
+        if (pos[r] < 0 || pos[r] >= n)
+            continue;
+        const complex* components = eigen_vec[pos[r]];
+        const double root = std::sqrt(beta_sel[pos[r]]);
+        for (int b = 0; b < n_branch; ++b) {
+            const int j = branch[b];
+            const complex C = {components[j].re / root, components[j].im / root};
+            psi[r] = c_add(psi[r], c_mul(c_mul(bc[j], C), waves[b]));
+        }
+    }
+    std::free(waves);
+}
+
+complex psi_limited_ug(int pos, double t, int n, int n_branch, const int* branch, double K_n, const double* beta_sel,
+                       const complex* eigen_val, const complex* const* eigen_vec, const complex* bc) {
+    complex psi;
+    psi_of_beams(1, &pos, t, n, n_branch, branch, K_n, beta_sel, eigen_val, eigen_vec, bc, &psi);
+    return psi;
+}
+
+double psi_to_intensity_limited_ug(int pos, double t, int n, int n_branch, const int* branch, double K_n,
+                                   const double* beta_sel, const complex* eigen_val,
+                                   const complex* const* eigen_vec, const complex* bc) {
+    return c_norm(psi_limited_ug(pos, t, n, n_branch, branch, K_n, beta_sel, eigen_val, eigen_vec, bc));
+}
+
+// ---- the working store ----------------------------------------------------------------------
+
+void alloc_work_cal_int(int N, int num_g, int num_perturb, work_cal_int& work) {
+    const std::size_t n = to_size(N);
+    work = {};
+    work.Sg = new_vector<double>(n);
+    work.beta_ge = new_vector<double>(n);
+    work.beta_sel = new_vector<double>(n);
+    work.a_matrix = new_matrix<complex>(n, n);
+    work.bethe_matrix = new_matrix<complex>(n, n);
+    work.eigen_vec = new_matrix<complex>(n, n);
+    work.eigen_val = new_vector<complex>(n);
+    work.bc = new_vector<complex>(n);
+    work.branch = new_vector<int>(n);
+    work.out_pos = new_vector<int>(to_size(num_g));
+    work.sel = new_vector<int>(n);
+    work.num_perturb = num_perturb;
+    if (num_perturb < 1)
+        return;
+    work.eigen_vec_inv = new_matrix<complex>(n, n);
+    work.p_vg = new_matrix<complex>(n, n);
+    work.p_a_matrix = new_matrix<complex>(n, n);
+    work.p_bethe_matrix = new_matrix<complex>(n, n);
+    work.p_eigen_vec = new_matrix<complex>(n, n);
+    work.p_eigen_val = new_vector<complex>(n);
+    work.p_bc = new_vector<complex>(n);
+}
+
+void free_work_cal_int(work_cal_int& work) {
+    std::free(work.Sg);
+    std::free(work.beta_ge);
+    std::free(work.beta_sel);
+    free_matrix(work.a_matrix);
+    free_matrix(work.bethe_matrix);
+    free_matrix(work.eigen_vec);
+    std::free(work.eigen_val);
+    std::free(work.bc);
+    std::free(work.branch);
+    std::free(work.out_pos);
+    std::free(work.sel);
+    if (work.num_perturb < 1)
+        return;
+    free_matrix(work.eigen_vec_inv);
+    free_matrix(work.p_vg);
+    free_matrix(work.p_a_matrix);
+    free_matrix(work.p_bethe_matrix);
+    free_matrix(work.p_eigen_vec);
+    std::free(work.p_eigen_val);
+    std::free(work.p_bc);
+}
+
+// ---- one tilt -------------------------------------------------------------------------------
+
+tilt_state select_tilt(const tilt_problem& problem, r_hkl K_t, work_cal_int& work) {
+    const tilt_problem& p = problem;
+    tilt_state state = {};
+    dbg_mon("$$ calc_sg_beta_g\n");
+    const double K_z = calc_K_z(p.abs_K, K_t, p.lat);
+    state.K_n = calc_K_n(K_t, K_z, p.normal_len, p.normal_uvw, p.cos_zn);
+    calc_sg_beta_g(K_t, K_z, state.K_n, p.abs_K, p.zone_len, p.zone_uvw, p.normal_len, p.normal_uvw,
+                   p.num_exact_beam, p.num_bethe_beam, p.reflex_sel, p.lat, work.Sg, work.beta_ge);
+    dbg_mon("$$ vg_select\n");
+    vg_select_info_ug(p.num_exact_beam, p.num_bethe_beam, state.nesel, state.nbsel, work.sel,
+                      p.vg, p.reflex_sel, work.Sg, *p.bs, p.zone_uvw, p.kv);
+    vg_select_trans_ug(p.num_exact_beam, p.num_bethe_beam, state.nesel, state.nbsel, work.sel,
+                       work.beta_ge, work.beta_sel, p.num_g, p.out_beams, work.out_pos);
+    return state;
+}
+
+void solve_tilt(const tilt_problem& problem, const char* bethe_word, const complex* phase,
+                tilt_state& state, work_cal_int& work) {
+    dbg_mon("$$ construct_matrix\n");
+    construct_ug_mat_slct(state.nesel, state.nbsel, work.sel, problem.kv, problem.vg, work.Sg, work.beta_ge, work.a_matrix);
+    dbg_print_cmat(dbg.a_mat_dump_flag, "a_matrix:", state.nesel + state.nbsel, work.a_matrix);
+
+    dbg_mon(bethe_word);
+    bethe_reduction(problem.bs->flag_bs, state.nesel, state.nbsel, work.a_matrix, work.bethe_matrix);
+    dbg_print_cmat(dbg.b_mat_dump_flag, "bethe_matrix:", state.nesel, work.bethe_matrix);
+
+    eigmat(state.nesel, work.bethe_matrix, work.eigen_val, work.eigen_vec);
+
+    dbg_mon("$$ upper_b_cond\n");
+    if (phase == nullptr)
+        upper_b_cond(state.nesel, work.beta_sel, work.eigen_vec, work.bc);
+    else
+        upper_b_cond_coherent(state.nesel, work.beta_sel, *phase, work.eigen_vec, work.bc);
+    dbg_print_cvec(dbg.b_cond_dump_flag, "upper_b_cond:", state.nesel, work.bc);
+    limited_branch(epsilon.bc_accuracy, state.nesel, work.bc, state.n_branch, work.branch);
+}
+
+void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work, double t, complex* psi) {
+    psi_of_beams(problem.num_g, work.out_pos, t, state.nesel, state.n_branch, work.branch, state.K_n,
+                 work.beta_sel, work.eigen_val, work.eigen_vec, work.bc, psi);
+}
+
+// One tilt up to its branches; false if the selection dump took its place.
+static bool run_tilt(const tilt_problem& problem, r_hkl K_t, const char* bethe_word, const complex* phase,
+                     tilt_state& state, work_cal_int& work) {
+    state = select_tilt(problem, K_t, work);
+    if (dbg_sel_vg_active()) {
+        dbg_sel_vg_row(K_t, problem.num_exact_beam + problem.num_bethe_beam, state.nesel, state.nbsel, work.sel);
+        return false;
+    }
+    solve_tilt(problem, bethe_word, phase, state, work);
+    dbg_mon("$$ calc_intensity\n");
+    return true;
+}
+
+void calc_intensity_with_perturb_ug(r_hkl K_t, double abs_K, const beam_search& bs,
+                                    int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel,
+                                    complex** vg, int /*num_perturb*/, complex*** /*pvg*/,
+                                    int num_g, const int* out_beams, int num_thickness, const double* thickness,
+                                    double kv, uvw zone_uvw, uvw normal_uvw, lattice lat,
+                                    double zone_len, double normal_len, double cos_zn,
+                                    double** intensity, double*** /*p_intensity*/, work_cal_int& work) {
+    const tilt_problem problem = {&bs, num_exact_beam, num_bethe_beam, reflex_sel, vg, num_g, out_beams,
+                                  kv, zone_uvw, normal_uvw, lat, abs_K, zone_len, normal_len, cos_zn};
+    tilt_state state;
+    const bool solved = run_tilt(problem, K_t, "$$ Bethe Approx.\n", nullptr, state, work);
+    complex* psi = new_vector<complex>(to_size(num_g));
+    for (int t = 0; t < num_thickness; ++t) {
+        if (solved)
+            tilt_amplitudes(problem, state, work, thickness[t], psi);
+        for (int r = 0; r < num_g; ++r)
+            intensity[r][t] = c_norm(psi[r]);
+    }
+    std::free(psi);
+}
+
+void calc_intensity_ug_coherent(r_hkl K_t, double abs_K, complex phase, const beam_search& bs,
+                                int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel,
+                                complex** vg, int num_perturb, complex*** /*pvg*/,
+                                int num_g, const int* out_beams, int num_thickness, const double* thickness,
+                                double kv, uvw zone_uvw, uvw normal_uvw, lattice lat,
+                                double zone_len, double normal_len, double cos_zn,
+                                complex** amplitude, double*** /*p_intensity*/, work_cal_int& work) {
+    if (num_perturb > 0)
+        ov_error_exit(stdout, "perturbation is not available in coherent mode.");
+    const tilt_problem problem = {&bs, num_exact_beam, num_bethe_beam, reflex_sel, vg, num_g, out_beams,
+                                  kv, zone_uvw, normal_uvw, lat, abs_K, zone_len, normal_len, cos_zn};
+    tilt_state state;
+    const bool solved = run_tilt(problem, K_t, "$$ GBA\n", &phase, state, work);
+    complex* psi = new_vector<complex>(to_size(num_g));
+    for (int t = 0; t < num_thickness; ++t) {
+        if (solved)
+            tilt_amplitudes(problem, state, work, thickness[t], psi);
+        for (int r = 0; r < num_g; ++r)
+            amplitude[r][t] = psi[r];
+    }
+    std::free(psi);
+}
+
+} // namespace orvel

@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+#include "solver/ovfunc.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "control/orvel.h"
+#include "control/ov_mpi.h"
+#include "numeric/cmatutil.h"
+#include "numeric/lb_invmat.h"
+#include "numeric/vecmat.h"
+
+namespace orvel {
+
+// ---- selection ------------------------------------------------------------------------------
+
+// A selection that grows beam by beam: exact beams go to the front of sel, Bethe beams wait in a
+// list of their own until the number of exact beams is known.
+struct selection {
+    int nesel, nbsel;
+    int* sel;
+    int* bethe;
+};
+
+static selection begin_selection(int N, const hkl* reflex_sel, int* sel) {
+    if (reflex_sel[0].h != 0 || reflex_sel[0].k != 0 || reflex_sel[0].l != 0)
+        ov_error_exit(stdout, "reflex_sel[0] must be 000");
+    sel[0] = 0;
+    return {1, 0, sel, new_vector<int>(to_size(N))};
+}
+
+static void judge_beam(selection& s, int beam, double figure, double exact_limit, double bethe_limit) {
+    if (exact_limit > figure)
+        s.sel[s.nesel++] = beam;
+    else if (bethe_limit > figure)
+        s.bethe[s.nbsel++] = beam;
+}
+
+static void end_selection(const selection& s, int& nesel, int& nbsel) {
+    for (int i = 0; i < s.nbsel; ++i)
+        s.sel[s.nesel + i] = s.bethe[i];
+    std::free(s.bethe);
+    nesel = s.nesel;
+    nbsel = s.nbsel;
+}
+
+void vg_select_wg_info_ug(int num_exact_beam, int num_bethe_beam, int& nesel, int& nbsel, int* sel,
+                          const complex* const* vg, const hkl* reflex_sel, const double* Sg,
+                          double wgbmin, double wgmax, double kv) {
+    const int N = num_exact_beam + num_bethe_beam;
+    const double gamma = relativ_corr(kv);
+    const double lambda = wavelength(kv);
+    selection s = begin_selection(N, reflex_sel, sel);
+    for (int i = 1; i < N; ++i)
+        judge_beam(s, i, vg_to_xig(vg[i][0], gamma, lambda) * std::fabs(Sg[i]), wgbmin, wgmax);
+    end_selection(s, nesel, nbsel);
+}
+
+void vg_select_sg_info_ug(int num_exact_beam, int num_bethe_beam, int& nesel, int& nbsel, int* sel,
+                          const hkl* reflex_sel, const double* Sg, double sgbmin, double sgmax) {
+    const int N = num_exact_beam + num_bethe_beam;
+    selection s = begin_selection(N, reflex_sel, sel);
+    for (int i = 1; i < N; ++i)
+        judge_beam(s, i, std::fabs(Sg[i]), sgbmin, sgmax);
+    end_selection(s, nesel, nbsel);
+}
+
+void vg_select_sg_info_ug_multi(int num_exact_beam, int num_bethe_beam, int& nesel, int& nbsel, int* sel,
+                                const hkl* reflex_sel, const double* Sg,
+                                const double* sgbmin_lz, const double* sgmax_lz, uvw zone_uvw) {
+    const int N = num_exact_beam + num_bethe_beam;
+    selection s = begin_selection(N, reflex_sel, sel);
+    for (int i = 1; i < N; ++i) {
+        const int lz = laue_zone(zone_uvw, reflex_sel[i]);
+        judge_beam(s, i, std::fabs(Sg[i]), sgbmin_lz[lz], sgmax_lz[lz]);
+    }
+    end_selection(s, nesel, nbsel);
+}
+
+void vg_select_info_ug(int num_exact_beam, int num_bethe_beam, int& nesel, int& nbsel, int* sel,
+                       const complex* const* vg, const hkl* reflex_sel, const double* Sg,
+                       const beam_search& bs, uvw zone_uvw, double kv) {
+    const int method = epsilon.vg_select_flag == 0 ? static_cast<int>(method_manual) : method_of(bs.flag_bs);
+    switch (method) {
+    case method_wg:
+        vg_select_wg_info_ug(num_exact_beam, num_bethe_beam, nesel, nbsel, sel, vg, reflex_sel, Sg,
+                             bs.wgbmin, bs.wgmax, kv);
+        break;
+    case method_sg:
+        vg_select_sg_info_ug(num_exact_beam, num_bethe_beam, nesel, nbsel, sel, reflex_sel, Sg, bs.sgbmin, bs.sgmax);
+        break;
+    case method_sg_multi:
+        vg_select_sg_info_ug_multi(num_exact_beam, num_bethe_beam, nesel, nbsel, sel, reflex_sel, Sg,
+                                   bs.sgbmin_lz, bs.sgmax_lz, zone_uvw);
+        break;
+    default:
+        nesel = num_exact_beam;
+        nbsel = num_bethe_beam;
+        for (int i = 0; i < nesel + nbsel; ++i)
+            sel[i] = i;
+        break;
+    }
+}
+
+void vg_select_trans_ug(int /*num_exact_beam*/, int /*num_bethe_beam*/, int nesel, int nbsel, const int* sel,
+                        const double* beta_ge, double* beta_sel, int num_g, const int* out_beams, int* out_pos) {
+    for (int i = 0; i < nesel + nbsel; ++i)
+        beta_sel[i] = beta_ge[sel[i]];
+    for (int r = 0; r < num_g; ++r) {
+        int place = 0;
+        while (place < nesel && sel[place] != out_beams[r])
+            ++place;
+        out_pos[r] = place < nesel ? place : -1;
+    }
+}
+
+// ---- structure matrix -----------------------------------------------------------------------
+
+void construct_ug_mat_slct(int nesel, int nbsel, const int* sel, double kv, const complex* const* vg,
+                           const double* Sg, const double* beta_ge, complex** a_matrix) {
+    const double gamma = relativ_corr(kv);
+    const double lambda = wavelength(kv);
+    const complex U_000 = vg_to_ug(vg[0][0], gamma);
+    const double K = std::sqrt(1 / (lambda * lambda) + U_000.re);
+    const int n = nesel + nbsel;
+    for (int i = 0; i < n; ++i) {
+        const complex* vg_row = vg[sel[i]];
+        const double beta_i = beta_ge[sel[i]];
+        for (int j = 0; j < n; ++j) {
+            const complex U = vg_to_ug(vg_row[sel[j]], gamma);
+            const double scale = std::sqrt(beta_i * beta_ge[sel[j]]);
+            a_matrix[i][j] = {U.re / scale, U.im / scale};
+        }
+        a_matrix[i][i] = {2 * K * Sg[sel[i]] / beta_i, U_000.im / beta_i};
+    }
+}
+
+// ---- Bethe reduction ------------------------------------------------------------------------
+
+// New matrix of the block of a that begins at (row, column).
+static complex** new_block(const complex* const* a, int row, int column, int rows, int columns) {
+    complex** block = new_matrix<complex>(to_size(rows), to_size(columns));
+    for (int i = 0; i < rows; ++i)
+        for (int j = 0; j < columns; ++j)
+            block[i][j] = a[row + i][column + j];
+    return block;
+}
+
+void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
+    c_matcopy2(nesel, a_matrix, bethe_matrix);
+    if (nbsel == 0)
+        return;
+    complex** a12 = new_block(a_matrix, 0, nesel, nesel, nbsel);
+    complex** a21 = new_block(a_matrix, nesel, 0, nbsel, nesel);
+    complex** a22 = new_block(a_matrix, nesel, nesel, nbsel, nbsel);
+    complex** weak = new_matrix<complex>(to_size(nbsel), to_size(nesel));
+    complex** folded = new_matrix<complex>(to_size(nesel), to_size(nesel));
+    invmat(nbsel, a22);
+    c_matmult(nbsel, nesel, nbsel, weak, a22, a21);
+    c_matmult(nesel, nesel, nbsel, folded, a12, weak);
+    c_matsub2(nesel, bethe_matrix, folded);
+    free_matrix(a12);
+    free_matrix(a21);
+    free_matrix(a22);
+    free_matrix(weak);
+    free_matrix(folded);
+}
+
+// The quotient A_ih / A_hh is formed once for all columns; against forming each product first this
+// changes the last bit only.
+void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
+    c_matcopy2(nesel, a_matrix, bethe_matrix);
+    complex* folded = new_vector<complex>(to_size(nesel));
+    for (int i = 0; i < nesel && nbsel > 0; ++i) {
+        for (int j = 0; j < nesel; ++j)
+            folded[j] = {0.0, 0.0};
+        for (int h = nesel; h < nesel + nbsel; ++h) {
+            const complex quotient = c_div(a_matrix[i][h], a_matrix[h][h]);
+            const complex* weak_row = a_matrix[h];
+            for (int j = 0; j < nesel; ++j)
+                folded[j] = c_add(folded[j], c_mul(quotient, weak_row[j]));
+        }
+        for (int j = 0; j < nesel; ++j)
+            bethe_matrix[i][j] = c_sub(bethe_matrix[i][j], folded[j]);
+    }
+    std::free(folded);
+}
+
+void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
+    if (flag_bs < simple_form)
+        g_bethe(nesel, nbsel, a_matrix, bethe_matrix);
+    else
+        simple_bethe(nesel, nbsel, a_matrix, bethe_matrix);
+}
+
+} // namespace orvel
