@@ -79,17 +79,27 @@ bk_tbl read_atom_dat_table(const char* element) {
     error_exit(stdout, "Element %s was not found in %s", element, bk_file_name);
 }
 
-// Lagrange polynomial through n points.
-static double lagrange(int n, const double* xs, double x, const double* ys) {
-    double sum = 0.0;
+// Weights of the Lagrange polynomial through n points at x.
+static void lagrange_weights(int n, const double* xs, double x, double* weights) {
     for (int i = 0; i < n; ++i) {
-        double weight = 1.0;
+        weights[i] = 1.0;
         for (int j = 0; j < n; ++j)
             if (j != i)
-                weight *= (x - xs[j]) / (xs[i] - xs[j]);
-        sum += weight * ys[i];
+                weights[i] *= (x - xs[j]) / (xs[i] - xs[j]);
     }
+}
+
+static double weighted_sum(int n, const double* weights, const double* ys) {
+    double sum = 0.0;
+    for (int i = 0; i < n; ++i)
+        sum += weights[i] * ys[i];
     return sum;
+}
+
+static double lagrange(int n, const double* xs, double x, const double* ys) {
+    double weights[4];
+    lagrange_weights(n, xs, x, weights);
+    return weighted_sum(n, weights, ys);
 }
 
 double quad_int(const double* xs, double x, const double* ys) { return lagrange(3, xs, x, ys); }
@@ -113,12 +123,14 @@ double cub_int_2(double x, int n, const double* xs, const double* ys) {
 static double fabs_stencil(int size, int row, int column, double x, double y,
                            const double* gm, const double* gms2,
                            const double f[bk_num_b][bk_num_m], double mlt, double add) {
-    double at_x[4];
+    double row_weights[4], at_x[4];
+    lagrange_weights(size, gm + row, x, row_weights);
     for (int j = 0; j < size; ++j) {
+        const double factor = std::exp(gms2[column + j]);
         double decoded[4];
         for (int i = 0; i < size; ++i)
-            decoded[i] = (f[row + i][column + j] * mlt - add) * std::exp(gms2[column + j]);
-        at_x[j] = lagrange(size, gm + row, x, decoded);
+            decoded[i] = (f[row + i][column + j] * mlt - add) * factor;
+        at_x[j] = weighted_sum(size, row_weights, decoded);
     }
     return lagrange(size, gms2 + column, y, at_x);
 }

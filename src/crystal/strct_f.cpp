@@ -2,10 +2,8 @@
 #include "crystal/strct_f.h"
 
 #include <cmath>
-#include <cstdlib>
 
 #include "control/ov_mpi.h"
-#include "numeric/vecmat.h"
 
 namespace orvel {
 
@@ -26,12 +24,9 @@ static double beta_form(const atom& site, hkl g) {
            2 * site.beta12 * h * k + 2 * site.beta13 * h * l + 2 * site.beta23 * k * l;
 }
 
-// Geometric structure factor of one site: the sum of phases over all operations with temperature
-// factor, occupancy and multiplicity. The translation goes with the original indices, the position
-// with the rotated ones.
-static complex site_sum(hkl g, double sq_s, int num_sym_op, const sym_op* sym_ops, const atom& site) {
-    if (site.bf != 0 && site.bf != 1)
-        ov_abort(stdout, "ERROR: Invalid atom.bf. Abort.\n");
+// Sum of the phases over all operations, for an anisotropic site with its temperature factor. The
+// translation goes with the original indices, the position with the rotated ones.
+static complex phase_sum(hkl g, int num_sym_op, const sym_op* sym_ops, const atom& site) {
     complex sum = {0.0, 0.0};
     for (int n = 0; n < num_sym_op; ++n) {
         const sym_op& op = sym_ops[n];
@@ -42,6 +37,26 @@ static complex site_sum(hkl g, double sq_s, int num_sym_op, const sym_op* sym_op
         sum.re += T * std::cos(phase);
         sum.im += T * std::sin(phase);
     }
+    return sum;
+}
+
+// What a structure factor is summed over. phases is null for plain sums.
+struct fg_sum {
+    int num_sym_op;
+    const sym_op* sym_ops;
+    int num_site;
+    const atom* sites;
+    phase_table* phases;
+};
+
+// Geometric structure factor of site i: phases, temperature factor, occupancy and multiplicity.
+static complex site_sum(hkl g, double sq_s, const fg_sum& over, int i) {
+    const atom& site = over.sites[i];
+    if (site.bf != 0 && site.bf != 1)
+        ov_abort(stdout, "ERROR: Invalid atom.bf. Abort.\n");
+    const complex sum = site.bf == 0 && over.phases != nullptr && in_phase_table(*over.phases, g)
+                            ? tabled_phase_sum(*over.phases, i, g)
+                            : phase_sum(g, over.num_sym_op, over.sym_ops, site);
     double weight = site.occupancy * site.multiplicity;
     if (site.bf == 0)
         weight *= std::exp(-site.B * sq_s);
@@ -50,11 +65,10 @@ static complex site_sum(hkl g, double sq_s, int num_sym_op, const sym_op* sym_op
 
 complex calc_structure_factor_ph(int h, int k, int l, double sq_s, int num_sym_op, const sym_op* sym_ops,
                                  int num_site, const atom* sites, const double* f_ela, const double* f_inela) {
+    const fg_sum over = {num_sym_op, sym_ops, num_site, sites, nullptr};
     complex fg = {0.0, 0.0};
-    for (int i = 0; i < num_site; ++i) {
-        const complex sum = site_sum({h, k, l}, sq_s, num_sym_op, sym_ops, sites[i]);
-        fg = c_add(fg, c_mul(sum, {f_ela[i], f_inela[i]}));
-    }
+    for (int i = 0; i < num_site; ++i)
+        fg = c_add(fg, c_mul(site_sum({h, k, l}, sq_s, over, i), {f_ela[i], f_inela[i]}));
     return fg;
 }
 
@@ -71,78 +85,68 @@ static void set_equivalent_B(atom& site, lattice lat) {
               2 * (site.beta12 * lat.ab + site.beta23 * lat.bc + site.beta13 * lat.ac));
 }
 
-[[noreturn]] static void invalid_af() { ov_abort(stdout, "$$ Invalid af. Abort.\n"); }
+// The atomic factor of a site: elastic part, and absorptive part as imaginary one. flag becomes 1 if
+// the absorptive tables do not cover the reflection.
+static complex atomic_factor(fg_part part, double sq_s, const atom& site, const xdt_tbl* xdt, const bk_tbl* bk,
+                             double kv, int& flag) {
+    const bool elastic = part == fg_total || part == fg_ela;
+    // 2 means a Bird & King factor in the elastic part alone, and nowhere else.
+    if (part != fg_z && site.af != 0 && site.af != 1 && !(part == fg_ela && site.af == 2))
+        ov_abort(stdout, "$$ Invalid af. Abort.\n");
+    if (part == fg_z)
+        return {xdt->z, 0.0};
+    if (part == fg_ela && site.af == 0)
+        return {atomsf_xdt(sq_s, *xdt), 0.0};
+    double f[2];
+    if (atom_bk(*bk, std::sqrt(sq_s), site.B, f, kv) > bk_in_range)
+        flag = 1;
+    if (!elastic)
+        return {0.0, f[1]};
+    const double f_ela = site.af == 0 ? atomsf_xdt(sq_s, *xdt) : f[0];
+    return {f_ela, part == fg_ela ? 0.0 : f[1]};
+}
 
-static double quarter_sq_abs(int h, int k, int l, lattice lat) {
-    return sq_abs(hkl2rhkl(h, k, l), lat) * 0.25;
+static complex calc_fg(fg_part part, hkl g, const fg_sum& over, atom* sites, const xdt_tbl* xdt, const bk_tbl* bk,
+                       double kv, lattice lat, int& flag) {
+    const double sq_s = sq_abs(hkl2rhkl(g.h, g.k, g.l), lat) * 0.25;
+    complex fg = {0.0, 0.0};
+    flag = 0;
+    for (int i = 0; i < over.num_site; ++i) {
+        set_equivalent_B(sites[i], lat);
+        const complex f = atomic_factor(part, sq_s, sites[i], xdt != nullptr ? &xdt[i] : nullptr,
+                                        bk != nullptr ? &bk[i] : nullptr, kv, flag);
+        fg = c_add(fg, c_mul(site_sum(g, sq_s, over, i), f));
+    }
+    return fg;
+}
+
+complex crystal_fg(fg_part part, hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, int& flag) {
+    const fg_sum over = {crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site, phases};
+    return calc_fg(part, g, over, crystal.site, crystal.xdt, crystal.bk, kv, lat, flag);
 }
 
 complex calc_structure_factor(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
                               const xdt_tbl* xdt, const bk_tbl* bk, double kv, lattice lat, int& flag) {
-    const double sq_s = quarter_sq_abs(h, k, l, lat);
-    complex fg = {0.0, 0.0};
-    flag = 0;
-    for (int i = 0; i < num_site; ++i) {
-        if (sites[i].af != 0 && sites[i].af != 1)
-            invalid_af();
-        set_equivalent_B(sites[i], lat);
-        double f[2];
-        if (atom_bk(bk[i], std::sqrt(sq_s), sites[i].B, f, kv) > bk_in_range)
-            flag = 1;
-        if (sites[i].af == 0)
-            f[0] = atomsf_xdt(sq_s, xdt[i]);
-        const complex sum = site_sum({h, k, l}, sq_s, num_sym_op, sym_ops, sites[i]);
-        fg = c_add(fg, c_mul(sum, {f[0], f[1]}));
-    }
-    return fg;
+    return calc_fg(fg_total, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, xdt, bk, kv, lat, flag);
 }
 
 complex calc_Fg_ela(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
                     const xdt_tbl* xdt, const bk_tbl* bk, double kv, lattice lat) {
-    const double sq_s = quarter_sq_abs(h, k, l, lat);
-    complex fg = {0.0, 0.0};
-    for (int i = 0; i < num_site; ++i) {
-        set_equivalent_B(sites[i], lat);
-        double f[2];
-        // 2 means a Bird & King factor here, and nowhere else.
-        if (sites[i].af == 0)
-            f[0] = atomsf_xdt(sq_s, xdt[i]);
-        else if (sites[i].af == 1 || sites[i].af == 2)
-            atom_bk(bk[i], std::sqrt(sq_s), sites[i].B, f, kv);
-        else
-            invalid_af();
-        const complex sum = site_sum({h, k, l}, sq_s, num_sym_op, sym_ops, sites[i]);
-        fg = c_add(fg, c_mul(sum, {f[0], 0.0}));
-    }
-    return fg;
+    int flag;
+    return calc_fg(fg_ela, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, xdt, bk, kv, lat, flag);
 }
 
 complex calc_Fg_inela(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
                       const bk_tbl* bk, double kv, lattice lat) {
-    const double sq_s = quarter_sq_abs(h, k, l, lat);
-    complex fg = {0.0, 0.0};
-    for (int i = 0; i < num_site; ++i) {
-        if (sites[i].af != 0 && sites[i].af != 1)
-            invalid_af();
-        set_equivalent_B(sites[i], lat);
-        double f[2];
-        atom_bk(bk[i], std::sqrt(sq_s), sites[i].B, f, kv);
-        const complex sum = site_sum({h, k, l}, sq_s, num_sym_op, sym_ops, sites[i]);
-        fg = c_add(fg, c_mul(sum, {0.0, f[1]}));
-    }
-    return fg;
+    int flag;
+    return calc_fg(fg_inela, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, nullptr, bk, kv, lat, flag);
 }
 
 complex calc_z_factor(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
                       const xdt_tbl* xdt, lattice lat) {
-    const double sq_s = quarter_sq_abs(h, k, l, lat);
-    complex fg = {0.0, 0.0};
-    for (int i = 0; i < num_site; ++i) {
-        set_equivalent_B(sites[i], lat);
-        const complex sum = site_sum({h, k, l}, sq_s, num_sym_op, sym_ops, sites[i]);
-        fg = c_add(fg, c_mul(sum, {xdt[i].z, 0.0}));
-    }
-    return fg;
+    int flag;
+    const double no_kv = 0.0; // nuclear charges know no voltage
+    return calc_fg(fg_z, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, xdt, nullptr, no_kv, lat, flag);
 }
 
 double calc_F_0_re(int num_sym_op, int num_site, const atom* sites, const bk_tbl* bk) {
@@ -166,75 +170,6 @@ complex structure_factor_ext(int h, int k, int l, int num_sym_op, const sym_op* 
     return calc_structure_factor(h, k, l, num_sym_op, sym_ops, num_site, sites, xdt, bk, kv, lat, flag);
 }
 
-// ---- the stock ------------------------------------------------------------------------------
-
-fg_stock new_stock() { return {0, new_vector<hkl>(stock_max), new_vector<complex>(stock_max)}; }
-
-void free_stock(fg_stock& stock) {
-    std::free(stock.g);
-    std::free(stock.fg);
-}
-
-fg_stock new_stock_with_lofg(csd& crystal, double kv, lattice lat) {
-    fg_stock stock = new_stock();
-    for (int i = 0; i < crystal.num_lofg; ++i) {
-        const hkl g = crystal.lofg_hkl[i];
-        const complex fg = lofg_to_fg(g.h, g.k, g.l, crystal.lof_type, crystal.lofg[i],
-                                      crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site,
-                                      crystal.bk, crystal.xdt, kv, lat);
-        stock_fg_tbl_sym(g.h, g.k, g.l, fg, stock, crystal.num_sym_op, crystal.sym_op);
-    }
-    return stock;
-}
-
-int search_g_table(int count, int h, int k, int l, const hkl* g) {
-    for (int i = 0; i < count; ++i)
-        if (g[i].h == h && g[i].k == k && g[i].l == l)
-            return i;
-    return -1;
-}
-
-static void append(fg_stock& stock, hkl g, complex fg) {
-    stock.g[stock.count] = g;
-    stock.fg[stock.count] = fg;
-    ++stock.count;
-}
-
-void stock_fg_tbl_sym(int h, int k, int l, complex fg, fg_stock& stock, int num_sym_op, const sym_op* sym_ops) {
-    if (stock.count >= stock_max)
-        return;
-    append(stock, {h, k, l}, fg);
-    for (int n = 0; n < num_sym_op && stock.count < stock_max; ++n) {
-        const sym_op& op = sym_ops[n];
-        const hkl r = gen_reflex({h, k, l}, op);
-        if (search_g_table(stock.count, r.h, r.k, r.l, stock.g) >= 0)
-            continue;
-        // F(R^T h) = F(h) exp(+2 pi i h.t): the opposite sign of the sum's phase.
-        const double phase = two_pi * (h * op.trans[0] + k * op.trans[1] + l * op.trans[2]);
-        append(stock, r, c_mul(fg, c_exp({0.0, phase})));
-    }
-}
-
-complex structure_factor_ext_tbl(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
-                                 const xdt_tbl* xdt, const bk_tbl* bk, double kv, lattice lat,
-                                 const char* latt_type, int r_hex_axes, fg_stock& stock, int& flag) {
-    const int known = search_g_table(stock.count, h, k, l, stock.g);
-    if (known >= 0) {
-        flag = 0;
-        return stock.fg[known];
-    }
-    const complex fg = structure_factor_ext(h, k, l, num_sym_op, sym_ops, num_site, sites, xdt, bk, kv, lat,
-                                            latt_type, r_hex_axes, flag);
-    stock_fg_tbl_sym(h, k, l, fg, stock, num_sym_op, sym_ops);
-    return fg;
-}
-
-complex stocked_fg(hkl g, csd& crystal, double kv, lattice lat, fg_stock& stock, int& flag) {
-    return structure_factor_ext_tbl(g.h, g.k, g.l, crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site,
-                                    crystal.xdt, crystal.bk, kv, lat, crystal.latt_type, crystal.r_hex_axes,
-                                    stock, flag);
-}
-
 complex lofg_to_fg(int h, int k, int l, int lof_type, const lofg_value& value, int num_sym_op, const sym_op* sym_ops,
                    int num_site, atom* sites, const bk_tbl* bk, const xdt_tbl* /*xdt*/, double kv, lattice lat) {
     if (lof_type == lof_fg)
@@ -244,7 +179,7 @@ complex lofg_to_fg(int h, int k, int l, int lof_type, const lofg_value& value, i
 
     complex fg = {value.fg_ela_re, value.fg_ela_im};
     if (lof_type != lof_fg_ela)
-        fg = calc_structure_factor_ph(h, k, l, quarter_sq_abs(h, k, l, lat), num_sym_op, sym_ops,
+        fg = calc_structure_factor_ph(h, k, l, sq_abs(hkl2rhkl(h, k, l), lat) * 0.25, num_sym_op, sym_ops,
                                       num_site, sites, value.f_ela, value.f_inela);
     if (lof_type != lof_f)
         fg = c_add(fg, calc_Fg_inela(h, k, l, num_sym_op, sym_ops, num_site, sites, bk, kv, lat));

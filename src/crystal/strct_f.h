@@ -185,18 +185,53 @@ int special_pos_check(int n, r_uvw* positions);
 
 // ---- structure factors ----------------------------------------------------------------------
 
+// Phases of one site: the sum over operations is that over its distinct positions x_p, and
+// exp(-2 pi i g.x_p) the product of three powers. The sums agree with those by sines and cosines
+// to rounding.
+struct site_phases {
+    int num_pos;            // distinct positions
+    double* counts;         // operations that lead to each
+    complex **h, **k, **l;  // [n + max][position]: exp(-2 pi i n x_p) for each coordinate
+    complex* hk;            // product for last_h, last_k with the counts: lists run through l
+    int last_h, last_k;
+};
+
+// Phases of all sites for indices up to max. Valid as long as the sites keep their places.
+struct phase_table {
+    hkl max;
+    int num_site;
+    site_phases* site;
+};
+phase_table new_phase_table(const csd& crystal, hkl max);
+void free_phase_table(phase_table& table);
+bool in_phase_table(const phase_table& table, hkl g);
+
+// Sum over operations of exp(-2 pi i g.x) for site i; g must be in the table.
+complex tabled_phase_sum(phase_table& table, int i, hkl g);
+
 // A stock of structure factors in the order of their arrival, at most stock_max. Its owner makes
 // it for one calculation and frees it.
 struct fg_stock {
     int count;
     hkl* g;
     complex* fg;
+    int* index;          // finds the first entry of a reflection without a search
+    phase_table* phases; // null, or the owner's phases for stocked_fg
 };
 fg_stock new_stock();
 void free_stock(fg_stock& stock);
 
 // A new stock that holds the crystal's low-order entries and their equivalents.
 fg_stock new_stock_with_lofg(csd& crystal, double kv, lattice lat);
+
+// Position of a reflection in the stock, or -1.
+int search_stock(const fg_stock& stock, hkl g);
+
+// Parts of a structure factor: total, elastic, absorptive, and that of the nuclear charges.
+enum fg_part { fg_total, fg_ela, fg_inela, fg_z };
+
+// A part of Fg of a crystal. phases may be null; without them sines and cosines are formed anew.
+complex crystal_fg(fg_part part, hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, int& flag);
 
 // Fg for given elastic and absorptive factors of each site; sq_s = |g|^2 / 4.
 complex calc_structure_factor_ph(int h, int k, int l, double sq_s, int num_sym_op, const sym_op* sym_ops,

@@ -12,7 +12,10 @@
 namespace orvel {
 
 // Codes of eigen_c_mat.
-enum { converged = 0, trivial = 1, invalid_argument = 3, not_converged = 30000 };
+enum { converged = 0,
+       trivial = 1,
+       invalid_argument = 3,
+       not_converged = 30000 };
 
 // Largest sum of moduli in a column.
 static double column_norm(int n, const complex* const* a) {

@@ -17,7 +17,8 @@ namespace orvel {
 //   1      n is 1, or the norm is below the tolerance: the diagonal and unit vectors,
 //   3      n below 1 or tolerance not above 0: a message on standard error, nothing is set,
 //   30000  31 sweeps did not isolate an eigenvalue: eigen_val is not set.
-int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a, complex* eigen_val, complex** eigen_vec);
+int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a,
+                complex* eigen_val, complex** eigen_vec);
 
 // Sorts n eigenvalues with the columns of eigen_vec in descending order of a key: the real part,
 // the squared modulus; a negative sort_flag changes the sign of the key. Not stable.

@@ -122,8 +122,9 @@ void cbal(int n, complex** a, int& low, int& igh, double* scale) {
 // ---- reduction to Hessenberg form ----
 
 // The Householder vector u[m..last] that clears column m - 1 below its subdiagonal element, which
-// becomes minus g times itself; the reflection is I - u u^H / h. False if there is nothing to clear.
-static bool householder(int m, int last, complex** a, complex* u, double& scale, double& g, double& h) {
+// becomes minus g times itself; the reflection is I - u u^H / h. False if nothing is to be cleared.
+static bool householder(int m, int last, complex** a, complex* u,
+                        double& scale, double& g, double& h) {
     scale = 0.0;
     for (int i = m; i <= last; ++i)
         scale = scale + std::fabs(a[i][m - 1].re) + std::fabs(a[i][m - 1].im);
@@ -166,7 +167,7 @@ static void reflect(int n, int m, int last, complex** a, const complex* u, doubl
     for (int i = 0; i <= last;) {
         const int rows = i + together <= last + 1 ? together : 1;
         for (int r = std::max(i, m); r < i + rows; ++r)
-            row_add(n - m, a[r] + m, {-u[r].re, -u[r].im}, sum + m);
+            row_add(n - m, a[r] + m, sum + m, {-u[r].re, -u[r].im});
         if (rows == together)
             row_sums<together>(a + i, last, m - 1, -1, u, f);
         else

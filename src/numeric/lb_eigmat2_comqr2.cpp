@@ -77,15 +77,14 @@ static void accumulate(int n, int lo, int hi, const double* ortr, const double* 
         for (int j = i; j <= hi; ++j)
             sum[j] = {sum[j].re / norm, sum[j].im / norm};
         for (int k = i; k <= hi; ++k)
-            row_add(count, z[k] + i, k == i ? ort : h[k][i - 1], sum + i);
+            row_add(count, z[k] + i, sum + i, k == i ? ort : h[k][i - 1]);
     }
 }
 
 // Makes the subdiagonal real by a diagonal unitary transformation. Its elements depend on each
 // other along the subdiagonal only, so that they come first, into phase.
-static void make_subdiagonal_real(int n, int lo, int hi, complex** h, complex** z, complex* phase) {
-    if (lo > hi)
-        return;
+static void make_subdiagonal_real(int n, int lo, int hi, complex** h, complex** z,
+                                  complex* phase) {
     phase[lo] = {1.0, 0.0};
     for (int i = lo + 1; i <= hi; ++i) {
         complex& below = h[i][i - 1];
@@ -123,7 +122,8 @@ static complex shift(int en, const complex* const* h) {
     const complex x = {h[en - 1][en].re * below, h[en - 1][en].im * below};
     if (std::fabs(x.re) <= eps && std::fabs(x.im) <= eps)
         return last;
-    const complex y = {(h[en - 1][en - 1].re - last.re) / 2.0, (h[en - 1][en - 1].im - last.im) / 2.0};
+    const complex y = {(h[en - 1][en - 1].re - last.re) / 2.0,
+                       (h[en - 1][en - 1].im - last.im) / 2.0};
     complex z = csroot({y.re * y.re - y.im * y.im + x.re, 2.0 * y.re * y.im + x.im});
     if (y.re * z.re + y.im * z.im < 0.0)
         z = {-z.re, -z.im};
@@ -138,7 +138,8 @@ static complex exceptional_shift(int en, const complex* const* h) {
 }
 
 // (x, y) := (conj(c) x + s y, c y - s x) for n elements each.
-static inline void rotate_rows(int n, complex* __restrict x, complex* __restrict y, complex c, double s) {
+static inline void rotate_rows(int n, complex* __restrict x, complex* __restrict y,
+                               complex c, double s) {
     for (int j = 0; j < n; ++j) {
         const complex a = x[j];
         const complex b = y[j];
@@ -187,32 +188,29 @@ static complex make_last_real(int n, int en, complex** h) {
     return std::fabs(q.im) < eps ? complex{1.0, 0.0} : q;
 }
 
-// A complex number in a vector register, and one that stands in a matrix.
-typedef double pair __attribute__((vector_size(16)));
-typedef double stored_pair __attribute__((vector_size(16), aligned(8), may_alias));
-
-static inline pair exchanged(pair x) { return pair{x[1], x[0]}; }
-
 // Applies the rotations first..en to columns of R rows, each row by itself from left to right.
 template <int R>
-static inline void rotate_columns(complex* const* row, int first, int en, const complex* c, const double* s) {
+static inline void rotate_columns(complex* const* row, int first, int en,
+                                  const complex* c, const double* s) {
     pair x[R];
     for (int r = 0; r < R; ++r)
-        x[r] = *reinterpret_cast<const stored_pair*>(row[r] + first - 1);
+        x[r] = load(row[r] + first - 1);
     for (int j = first; j <= en; ++j) {
         const double c_re = c[j - 1].re;
         const pair c_im = {-c[j - 1].im, c[j - 1].im};
         for (int r = 0; r < R; ++r) {
             const pair a = x[r];
-            const pair b = *reinterpret_cast<const stored_pair*>(row[r] + j);
-            *reinterpret_cast<stored_pair*>(row[r] + j - 1) = c_re * a + c_im * exchanged(a) + s[j] * b;
+            const pair b = load(row[r] + j);
+            store(row[r] + j - 1, c_re * a + c_im * exchanged(a) + s[j] * b);
             x[r] = c_re * b - c_im * exchanged(b) - s[j] * a;
         }
     }
     for (int r = 0; r < R; ++r)
-        *reinterpret_cast<stored_pair*>(row[r] + en) = x[r];
+        store(row[r] + en, x[r]);
 }
 
+// The inverse operation on columns. Row i begins at its subdiagonal element, so that the rows of a
+// block go one by one up to the first column that all of them have.
 ORVEL_VECTOR_CLONES
 static void sweep_columns(int l, int en, complex** h, const complex* c, const double* s) {
     constexpr int together = 4;
@@ -229,11 +227,12 @@ static void sweep_columns(int l, int en, complex** h, const complex* c, const do
         i += rows;
     }
     for (int i = l + 1; i <= en; ++i)
-        h[i][i - 1].im = 0.0;
+        h[i][i - 1].im = 0.0; // what is left there when the last diagonal element is not quite real
 }
 
 ORVEL_VECTOR_CLONES
-static void sweep_vectors(int l, int en, int lo, int hi, complex** zt, const complex* c, const double* s) {
+static void sweep_vectors(int l, int en, int lo, int hi, complex** zt,
+                          const complex* c, const double* s) {
     for (int j = l + 1; j <= en; ++j)
         rotate_rows(hi - lo + 1, zt[j - 1] + lo, zt[j] + lo, c_conj(c[j - 1]), s[j]);
 }
@@ -287,8 +286,8 @@ static double smallest_denominator(double norm) {
     return y;
 }
 
-// Replaces the upper triangle of h by its eigenvectors with unit diagonal, all columns of a row
-// at a time from the bottom up: h(i,en) = (sum over j = i+1..en of h(i,j) h(j,en)) / (w(en) - w(i)).
+// Replaces the upper triangle of h by its eigenvectors with unit diagonal, all columns of a row at
+// a time from the bottom up: h(i,en) = sum over j = i+1..en of h(i,j) h(j,en) / (w(en) - w(i)).
 ORVEL_VECTOR_CLONES
 static void back_substitute(int n, complex** h, const complex* w, double norm, complex* sum) {
     for (int i = n - 2; i >= 0; --i) {
@@ -314,7 +313,8 @@ static double largest_element(int n, const complex* const* h) {
 
 // Vectors of the triangular form, in the upper triangle of h, to those of the full matrix.
 ORVEL_VECTOR_CLONES
-static void multiply_vectors(int n, int lo, int hi, const complex* const* h, complex** z, complex* sum) {
+static void multiply_vectors(int n, int lo, int hi, const complex* const* h, complex** z,
+                             complex* sum) {
     for (int i = 0; i < n; ++i) {
         if (i < lo || i > hi) {
             std::copy(h[i] + i + 1, h[i] + n, z[i] + i + 1);
@@ -345,7 +345,7 @@ void comqr2(int n, int low, int igh, double* ortr, double* orti, complex** h, co
     const int hi = igh - 1;
     complex* sum = new_vector<complex>(to_size(n));
     accumulate(n, lo, hi, ortr, orti, h, eigen_vec, sum);
-    make_subdiagonal_real(n, lo, hi, h, eigen_vec, eigen_val);
+    make_subdiagonal_real(n, lo, hi, h, eigen_vec, sum);
     for (int i = 0; i < n; ++i)
         if (i < lo || i > hi)
             eigen_val[i] = h[i][i];

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "solver/ovfunc.h"
 
+#include <algorithm>
+#include <cstdlib>
+
 #include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
@@ -10,12 +13,36 @@
 
 namespace orvel {
 
+// Modulus of an index, clamped so that a phase table up to it stays small.
+static int tabled_index(int h) {
+    const int table_max = 1000;
+    return std::abs(std::clamp(h, -table_max, table_max));
+}
+
+static hkl largest_indices(int n, const hkl* list) {
+    hkl max = {0, 0, 0};
+    for (int i = 0; i < n; ++i) {
+        max.h = std::max(max.h, tabled_index(list[i].h));
+        max.k = std::max(max.k, tabled_index(list[i].k));
+        max.l = std::max(max.l, tabled_index(list[i].l));
+    }
+    return max;
+}
+
+// Largest indices of the differences of a list: twice those of the list.
+static hkl largest_differences(int n, const hkl* list) {
+    const hkl max = largest_indices(n, list);
+    return {tabled_index(2 * max.h), tabled_index(2 * max.k), tabled_index(2 * max.l)};
+}
+
 void potential_matrix_csd(int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel, csd& crystal, double kv,
                           lattice lat, complex** vg, int& err_flag) {
     err_flag = 0;
     constraint_csd(crystal);
-    fg_stock stock = new_stock_with_lofg(crystal, kv, lat);
     const int N = num_exact_beam + num_bethe_beam;
+    phase_table phases = new_phase_table(crystal, largest_differences(N, reflex_sel));
+    fg_stock stock = new_stock_with_lofg(crystal, kv, lat);
+    stock.phases = &phases;
     for (int i = 0; i < N; ++i) {
         progress_indicator(i, N);
         int flag = 0;
@@ -28,25 +55,28 @@ void potential_matrix_csd(int num_exact_beam, int num_bethe_beam, const hkl* ref
     }
     ov_fprintf(stdout, "100%%\n");
     free_stock(stock);
+    free_phase_table(phases);
 }
 
 void vgv_reim_csd(int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel, csd& crystal, double kv, lattice lat,
                   complex* vgv) {
     constraint_csd(crystal);
-    fg_stock stock = new_stock_with_lofg(crystal, kv, lat);
     const int N = num_exact_beam + num_bethe_beam;
+    phase_table phases = new_phase_table(crystal, largest_indices(N, reflex_sel));
+    fg_stock stock = new_stock_with_lofg(crystal, kv, lat);
+    stock.phases = &phases;
     int flag = 0;
     for (int i = 0; i < N; ++i) {
         progress_indicator(i, N);
-        const hkl g = reflex_sel[i];
-        const int known = search_g_table(stock.count, g.h, g.k, g.l, stock.g);
-        const complex fg = known >= 0 ? stock.fg[known] : stocked_fg(g, crystal, kv, lat, stock, flag);
+        const int known = search_stock(stock, reflex_sel[i]);
+        const complex fg = known >= 0 ? stock.fg[known] : stocked_fg(reflex_sel[i], crystal, kv, lat, stock, flag);
         vgv[i] = fg_to_vg(fg, lat);
     }
     ov_fprintf(stdout, "100%%.\n");
     if (flag != 0)
         ov_fprintf(stdout, "$$ Error in Fg calc. You should check params. (flag=%d)\n", flag);
     free_stock(stock);
+    free_phase_table(phases);
 }
 
 // Fg of the X-rays from that of the electrons by the formula of Mott, solved for it.
@@ -58,27 +88,28 @@ static complex mott_fxg(complex z_factor, complex fg, double sq_g) {
 void vgv_fxgv_csd(int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel, csd& crystal, double kv, lattice lat,
                   complex* vgv, complex* fxgv) {
     constraint_csd(crystal);
-    fg_stock stock = new_stock_with_lofg(crystal, kv, lat);
     const int N = num_exact_beam + num_bethe_beam;
+    phase_table phases = new_phase_table(crystal, largest_indices(N, reflex_sel));
+    fg_stock stock = new_stock_with_lofg(crystal, kv, lat);
+    int unused_flag; // the elastic factors have no limit that matters here
     for (int i = 0; i < N; ++i) {
         progress_indicator(i, N);
         const hkl g = reflex_sel[i];
-        const int known = search_g_table(stock.count, g.h, g.k, g.l, stock.g);
+        const int known = search_stock(stock, g);
         complex fg;
         if (known >= 0) {
             fg = stock.fg[known];
         } else {
-            fg = calc_Fg_ela(g.h, g.k, g.l, crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site,
-                             crystal.xdt, crystal.bk, kv, lat);
+            fg = crystal_fg(fg_ela, g, crystal, kv, lat, &phases, unused_flag);
             stock_fg_tbl_sym(g.h, g.k, g.l, fg, stock, crystal.num_sym_op, crystal.sym_op);
         }
         vgv[i] = fg_to_vg(fg, lat);
-        const complex Z = calc_z_factor(g.h, g.k, g.l, crystal.num_sym_op, crystal.sym_op, crystal.num_site,
-                                        crystal.site, crystal.xdt, lat);
+        const complex Z = crystal_fg(fg_z, g, crystal, kv, lat, &phases, unused_flag);
         fxgv[i] = mott_fxg(Z, fg, sq_abs(hkl2rhkl(g.h, g.k, g.l), lat));
     }
     ov_fprintf(stdout, "100%%.\n");
     free_stock(stock);
+    free_phase_table(phases);
 }
 
 void pvg_to_vg(int index, int n, complex*** pvg, complex** vg) { c_matcopy2(n, pvg[index], vg); }
