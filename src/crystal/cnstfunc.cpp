@@ -8,39 +8,59 @@
 
 namespace orvel {
 
-double val_trans_csd(const char* token, csd& crystal) {
+expression begin_expression(const char* expr) { return {expr, '+', 0.0, 1.0}; }
+
+bool next_token(expression& e, char* token) {
+    const int longest = 255;
+    if (e.operation == '\0')
+        return false;
+    int length = 0;
+    token[0] = '\0';
+    for (;; ++e.rest) {
+        const char c = *e.rest;
+        if (c == ' ' || c == '=')
+            continue;
+        if (c == '*' || c == '+' || c == '-' || c == '\0') {
+            e.operation = c;
+            e.rest += c != '\0' ? 1 : 0;
+            return true;
+        }
+        if (length > longest)
+            ov_error_exit(stdout, "%s too long", token);
+        token[length++] = c;
+        token[length] = '\0';
+    }
+}
+
+void take_token_value(expression& e, double value) {
+    e.factor *= value;
+    if (e.operation == '*')
+        return;
+    e.sum += e.factor;
+    e.factor = e.operation == '-' ? -1.0 : 1.0;
+}
+
+bool number_token(const char* token, double& value) {
+    value = 0.0;
     if (token[0] == '\0')
-        return 0.0;
-    if (token[0] >= '0' && token[0] <= '9')
-        return std::atof(token);
-    return val_search_csd(token, crystal);
+        return true;
+    if (token[0] < '0' || token[0] > '9')
+        return false;
+    value = std::atof(token);
+    return true;
+}
+
+double val_trans_csd(const char* token, csd& crystal) {
+    double value;
+    return number_token(token, value) ? value : val_search_csd(token, crystal);
 }
 
 double constraint_value_csd(const char* expr, csd& crystal) {
-    const int token_max = 255;
-    char token[token_max + 2] = "";
-    int length = 0;
-    double sum = 0.0;
-    double factor = 1.0;
-    for (const char* p = expr; *p != '\0'; ++p) {
-        if (*p == ' ' || *p == '=')
-            continue;
-        if (*p != '*' && *p != '+' && *p != '-') {
-            if (length > token_max)
-                ov_error_exit(stdout, "%s too long", token);
-            token[length++] = *p;
-            token[length] = '\0';
-            continue;
-        }
-        factor *= val_trans_csd(token, crystal);
-        if (*p != '*') {
-            sum += factor;
-            factor = *p == '+' ? 1.0 : -1.0;
-        }
-        length = 0;
-        token[0] = '\0';
-    }
-    return sum + factor * val_trans_csd(token, crystal);
+    expression e = begin_expression(expr);
+    char token[expr_max];
+    while (next_token(e, token))
+        take_token_value(e, val_trans_csd(token, crystal));
+    return e.sum;
 }
 
 // What one sweep over all values does with each of them: compare its name, or replace it.

@@ -10,6 +10,22 @@
 
 namespace orvel {
 
+// An expression while it is read: next_token gives its tokens one after the other, and
+// take_token_value puts the value of each into the sum. The values come from the caller, who knows
+// what the names mean; at the end sum is the value of the expression.
+struct expression {
+    const char* rest; // text behind the last token's operator
+    char operation;   // operator behind the last token; '\0' at the end
+    double sum;
+    double factor;    // product of the tokens of the open term, with its sign
+};
+expression begin_expression(const char* expr);
+bool next_token(expression& e, char* token); // expr_max characters; false behind the last one
+void take_token_value(expression& e, double value);
+
+// Value of a token that is no name: 0 for an empty one, or a number. False for a name.
+bool number_token(const char* token, double& value);
+
 // Value of an expression whose names are those of the crystal's values. Blanks and '=' are skipped;
 // a minus sign closes the product before it, so that a negative factor must stand first.
 double constraint_value_csd(const char* expr, csd& crystal);

@@ -53,8 +53,9 @@ complex calc_inv_fourier(r_uvw r, int n, const hkl* beams, const complex* coef) 
     return sum;
 }
 
-static std::FILE* open_table(const char* suffix, const char* what, const char* stem, char* name) {
-    std::snprintf(name, path_max, "%s%s", stem, suffix);
+std::FILE* open_map(const char* suffix, const char* what, const char* stem) {
+    char name[path_max];
+    std::snprintf(name, sizeof name, "%s%s", stem, suffix);
     ov_fprintf(stdout, "%s ==> %s\n", what, name);
     return fopen_chk_wmode(name);
 }
@@ -66,8 +67,8 @@ static void print_table_head(const char* what, const char* columns, const sd& co
     ov_fprintf(table, "# x\ty\t%s\n", columns);
 }
 
-// A gnuplot script that draws one column of a table into stem + suffix + ".png".
-static void write_plot(const char* first_line, const char* zrange, const char* table_name, int column,
+// A gnuplot script, stem + suffix + ".plt", that draws one column of a table into a picture.
+static void write_plot(const char* first_line, const char* zrange, const char* table_suffix, int column,
                        const char* suffix, const char* stem) {
     char name[path_max];
     std::snprintf(name, sizeof name, "%s%s.plt", stem, suffix);
@@ -80,7 +81,7 @@ static void write_plot(const char* first_line, const char* zrange, const char* t
     ov_fprintf(script, "set term png crop\n");
     ov_fprintf(script, "set output \"%s%s.png\"\n", stem, suffix);
     ov_fprintf(script, "#set zrange %s\n", zrange);
-    ov_fprintf(script, "splot \"%s\" using 1:2:%d with lines\n", table_name, column);
+    ov_fprintf(script, "splot \"%s%s\" using 1:2:%d with lines\n", stem, table_suffix, column);
     ov_fprintf(script, "pause -1\n");
     ov_fclose(script);
 }
@@ -119,16 +120,15 @@ void ov_electron_density_proj(std::FILE* file, std::FILE* /*log*/, const char* s
     vgv_fxgv_csd(cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.kv, lattice_of(crystal),
                  vg_coef, xg_coef);
 
-    char potential_name[path_max], density_name[path_max];
-    std::FILE* potential = open_table("_pp.txt", "Projected potential       ", stem, potential_name);
-    std::FILE* density = open_table("_ed.txt", "Projected electron density", stem, density_name);
+    std::FILE* potential = open_map("_pp.txt", "Projected potential       ", stem);
+    std::FILE* density = open_map("_ed.txt", "Projected electron density", stem);
     print_table_head("Projected potential", "potential.re[V])", cond, potential);
     print_table_head("Projected electron density", "potential.re[V])", cond, density);
     print_density_maps(cond, vg_coef, xg_coef, potential, density);
     ov_fclose(potential);
     ov_fclose(density);
-    write_plot("#", "[0:3]", density_name, 3, "_ed", stem);
-    write_plot("#", "[0:20]", potential_name, 3, "_pp", stem);
+    write_plot("#", "[0:3]", "_ed.txt", 3, "_ed", stem);
+    write_plot("#", "[0:20]", "_pp.txt", 3, "_pp", stem);
 
     std::free(vg_coef);
     std::free(xg_coef);
@@ -162,13 +162,12 @@ void ov_potential_reim_proj(std::FILE* file, std::FILE* /*log*/, const char* ste
     ov_fprintf(stdout, "Fourier coef. calculation....\n");
     vgv_reim_csd(cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.kv, lattice_of(crystal), vg_coef);
 
-    char name[path_max];
-    std::FILE* table = open_table("_pp.txt", "Projected potential       ", stem, name);
+    std::FILE* table = open_map("_pp.txt", "Projected potential       ", stem);
     print_table_head("Projected potential", "pot.re[V]\tpot.im[V])", cond, table);
     print_potential_map(cond, vg_coef, table);
     ov_fclose(table);
-    write_plot("#Real (elastic) potential plot", "[0:20]", name, 3, "_re_pp", stem);
-    write_plot("#Imaginary (inelastic) potential plot", "[-3:3]", name, 4, "_im_pp", stem);
+    write_plot("#Real (elastic) potential plot", "[0:20]", "_pp.txt", 3, "_re_pp", stem);
+    write_plot("#Imaginary (inelastic) potential plot", "[-3:3]", "_pp.txt", 4, "_im_pp", stem);
 
     std::free(vg_coef);
     free_sd(cond);

@@ -37,6 +37,9 @@ void input_density_3d_data(sd& cond, csd& crystal, std::FILE* file);
 void begin_density_data(sd& cond, std::FILE* file);
 void report_density_beams(sd& cond, csd& crystal);
 
+// Opens the file stem + suffix of a map; what it is and its name are told on the console.
+std::FILE* open_map(const char* suffix, const char* what, const char* stem);
+
 // Contents of BEAM_SEARCH_3D: the twin of fget_sd_beams whose searches by w_g and s_g take all
 // reflections up to g_max.
 void fget_sd_beams_3d(sd& cond, csd& crystal, std::FILE* file);

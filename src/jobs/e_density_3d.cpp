@@ -181,13 +181,6 @@ static void print_vend(const char* title, const csd& crystal, const sd& cond, fl
     }
 }
 
-static std::FILE* open_map(const char* suffix, const char* what, const char* stem) {
-    char name[path_max];
-    std::snprintf(name, sizeof name, "%s%s", stem, suffix);
-    ov_fprintf(stdout, "%s ==> %s\n", what, name);
-    return fopen_chk_wmode(name);
-}
-
 // ---- E_DENSITY_3D_UNITCELL_MODE -------------------------------------------------------------
 
 // Sets the coefficients beyond the threshold of g to 0.

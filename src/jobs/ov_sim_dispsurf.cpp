@@ -19,12 +19,14 @@ void ov_dispersion_surface(std::FILE* file, std::FILE* log, const char* stem) {
     std::fclose(file);
 
     const lattice lat = lattice_of(crystal);
-    complex** vg = new_potential_matrix("Potential.\n", cond, crystal, lat, log);
+    // The wave number comes before the table, whose constraint pass may still move the crystal.
+    tilt_problem problem = tilt_problem_of(cond, crystal, nullptr, lat);
+    problem.vg = new_potential_matrix("Potential.\n", cond, crystal, lat, log);
     calc_kxy_tilt(cond, lat);
     ov_fprintf(stdout, "$$ num_k_points = %d\n", cond.num_k_points);
-    calc_disp_surf_ug(tilt_problem_of(cond, crystal, vg, lat), cond.num_k_points, cond.k_tilt, cond.k_pixel,
+    calc_disp_surf_ug(problem, cond.num_k_points, cond.k_tilt, cond.k_pixel,
                       cond.branch_begin, cond.branch_end, cond.num_thickness, cond.thickness, stem);
-    free_matrix(vg);
+    free_matrix(problem.vg);
     free_sd(cond);
     free_csd(crystal);
 }

@@ -3,7 +3,8 @@
 // ORVEL_VECTOR_CLONES in front of a static function compiles it twice, for the plain machine and
 // for one with wide vector registers (AVX2), and the running machine chooses. Both give the same
 // digits, as nothing is contracted or reordered. It pays in functions that spend their time in
-// loops; what they call in these loops must be inline.
+// loops; what they call in these loops must be inline. Clang wants their names distinct in the
+// whole program.
 #pragma once
 
 // The choice needs indirect functions, which the sanitizers start too late for.

@@ -12,19 +12,20 @@
 namespace orvel {
 
 // Codes of eigen_c_mat.
-enum { converged = 0,
-       trivial = 1,
-       invalid_argument = 3,
-       not_converged = 30000 };
+constexpr int converged = 0;
+constexpr int trivial = 1;
+constexpr int invalid_argument = 3;
+constexpr int not_converged = 30000;
 
-// Largest sum of moduli in a column.
+// Largest sum of moduli in a column; NaN if there is any.
 static double column_norm(int n, const complex* const* a) {
     double norm = 0.0;
     for (int j = 0; j < n; ++j) {
         double sum = 0.0;
         for (int i = 0; i < n; ++i)
             sum += c_abs(a[i][j]);
-        norm = std::max(norm, sum);
+        if (sum > norm || std::isnan(sum))
+            norm = sum;
     }
     return norm;
 }
@@ -84,14 +85,16 @@ static void accumulate_pivots(int n, const complex* const* a, const int* pivot, 
 // Eigenvalue of the last 2 by 2 block that is closer to its last element.
 static complex closer_eigenvalue(int en, const complex* const* a) {
     const complex last = a[en][en];
-    const complex m = {(a[en - 1][en - 1].re + last.re) / 2.0, (a[en - 1][en - 1].im + last.im) / 2.0};
+    const complex m = {(a[en - 1][en - 1].re + last.re) / 2.0,
+                       (a[en - 1][en - 1].im + last.im) / 2.0};
     const complex d = c_sub(m, last);
     const complex q = c_sqrt(c_add(c_mul(d, d), c_mul(a[en - 1][en], a[en][en - 1])));
     return c_abs(c_sub(d, q)) >= c_abs(c_add(d, q)) ? c_add(m, q) : c_sub(m, q);
 }
 
 // (x, y) := (conj(c) x + conj(t) y, c y - t x) for n elements each.
-static inline void rotate(int n, complex* __restrict x, complex* __restrict y, complex c, complex t) {
+static inline void rotate(int n, complex* __restrict x, complex* __restrict y,
+                          complex c, complex t) {
     for (int j = 0; j < n; ++j) {
         const complex a = x[j];
         const complex b = y[j];
@@ -150,7 +153,8 @@ static bool iterate(int n, double tol, complex** a, complex** zt, complex* c, co
 
 // Eigenvectors of the triangular form, times the transformation z, into z.
 ORVEL_VECTOR_CLONES
-static void triangular_vectors(int n, double tol, complex** a, const complex* w, complex** z, complex* sum) {
+static void triangular_vectors(int n, double tol, complex** a, const complex* w, complex** z,
+                               complex* sum) {
     for (int i = n - 1; i >= 0; --i) {
         row_times_upper(n, i + 1, n - 1, a[i], a, sum);
         a[i][i] = {1.0, 0.0};
@@ -176,7 +180,8 @@ static void set_unit_length(int n, complex** z) {
     }
 }
 
-int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a, complex* eigen_val, complex** eigen_vec) {
+int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a,
+                complex* eigen_val, complex** eigen_vec) {
     const double smallest_tolerance = 1e-13; // some hundred roundings
     const bool with_vectors = sort_flag != 0;
     if (n < 1 || !(tolerance > 0.0)) {
@@ -210,7 +215,10 @@ int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a, complex* ei
         if (with_vectors) {
             triangular_vectors(n, tol, a, eigen_val, eigen_vec, c);
             set_unit_length(n, eigen_vec);
-            (sort_flag == 1 || sort_flag == -1 ? re_part_csort : norm_csort)(n, eigen_val, eigen_vec, sort_flag);
+            if (sort_flag == 1 || sort_flag == -1)
+                re_part_csort(n, eigen_val, eigen_vec, sort_flag);
+            else
+                norm_csort(n, eigen_val, eigen_vec, sort_flag);
         }
     }
     std::free(t);
@@ -219,39 +227,44 @@ int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a, complex* ei
     return success ? converged : not_converged;
 }
 
-// Exchange sort by passes: each pass finds the last place that still has a smaller key in front of
-// it, and puts the smallest of those keys there.
-static void exchange_sort(int n, complex* eigen_val, complex** eigen_vec, double (*key)(complex), double sign) {
+// Exchange sort by passes, descending: each pass finds the last place that has a smaller key in
+// front of it, and exchanges it with the smallest one there, the last of equals.
+static void exchange_sort(int n, double* key, complex* eigen_val, complex** eigen_vec) {
     for (int m = n - 1; m >= 1;) {
         int smallest = 0;
         int from = -1;
         int to = -1;
         for (int i = 1; i <= m; ++i) {
-            const double here = sign * key(eigen_val[i]);
-            const double least = sign * key(eigen_val[smallest]);
-            if (here > least) {
+            if (key[i] > key[smallest]) {
                 from = smallest;
                 to = i;
-            } else if (here <= least) {
+            } else if (key[i] <= key[smallest]) {
                 smallest = i;
             }
         }
         if (to < 0)
             return;
+        std::swap(key[from], key[to]);
         std::swap(eigen_val[from], eigen_val[to]);
         exchange_columns(n, from, to, eigen_vec);
         m = to - 1;
     }
 }
 
-static double real_part(complex z) { return z.re; }
-
 void re_part_csort(int n, complex* eigen_val, complex** eigen_vec, int sort_flag) {
-    exchange_sort(n, eigen_val, eigen_vec, real_part, sort_flag < 0 ? -1.0 : 1.0);
+    double* key = new_vector<double>(to_size(n));
+    for (int i = 0; i < n; ++i)
+        key[i] = sort_flag < 0 ? -eigen_val[i].re : eigen_val[i].re;
+    exchange_sort(n, key, eigen_val, eigen_vec);
+    std::free(key);
 }
 
 void norm_csort(int n, complex* eigen_val, complex** eigen_vec, int sort_flag) {
-    exchange_sort(n, eigen_val, eigen_vec, c_norm, sort_flag < 0 ? -1.0 : 1.0);
+    double* key = new_vector<double>(to_size(n));
+    for (int i = 0; i < n; ++i)
+        key[i] = sort_flag < 0 ? -c_norm(eigen_val[i]) : c_norm(eigen_val[i]);
+    exchange_sort(n, key, eigen_val, eigen_vec);
+    std::free(key);
 }
 
 } // namespace orvel

@@ -2,7 +2,7 @@
 //
 // Eigensolver for general complex matrices without balancing: reduction to Hessenberg form by
 // stabilised elimination, then an explicitly shifted QR iteration with plane rotations. Its
-// tolerance is relative to the norm of the matrix, and it tells by a code when it did not converge.
+// tolerance is relative to the norm of the matrix, and a code tells when it did not converge.
 #pragma once
 
 #include "numeric/complex.h"

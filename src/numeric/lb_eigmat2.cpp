@@ -64,7 +64,7 @@ static void isolate_columns(int n, complex** a, int& k, int l, double* scale) {
     }
 }
 
-// The power of 16 that makes column and row sums c and r most alike, or 1 if that gains too little.
+// The power of 16 that makes column and row sums c and r most alike, or 1 if it gains too little.
 // Sums that are zero or infinite have none: the loops would not end.
 static double balancing_factor(double c, double r) {
     const double radix = 16.0;
@@ -122,7 +122,7 @@ void cbal(int n, complex** a, int& low, int& igh, double* scale) {
 // ---- reduction to Hessenberg form ----
 
 // The Householder vector u[m..last] that clears column m - 1 below its subdiagonal element, which
-// becomes minus g times itself; the reflection is I - u u^H / h. False if nothing is to be cleared.
+// becomes minus g times itself; the reflection is I - u u^H / h. False for a negligible one.
 static bool householder(int m, int last, complex** a, complex* u,
                         double& scale, double& g, double& h) {
     scale = 0.0;

@@ -227,7 +227,7 @@ static void sweep_columns(int l, int en, complex** h, const complex* c, const do
         i += rows;
     }
     for (int i = l + 1; i <= en; ++i)
-        h[i][i - 1].im = 0.0; // what is left there when the last diagonal element is not quite real
+        h[i][i - 1].im = 0.0; // not zero before if the last diagonal element is not quite real
 }
 
 ORVEL_VECTOR_CLONES

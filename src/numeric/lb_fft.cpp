@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 
 #include "control/ov_mpi.h"
 #include "numeric/complex.h"

@@ -43,8 +43,8 @@ inline void row_scale(int n, complex* x, double f) {
         x[j] = {f * x[j].re, f * x[j].im};
 }
 
-// sum[r] = sum of x[j] row[r][j] for j = from, from + step ... before end, for R rows: several at a
-// time, since each sum waits for its last term.
+// sum[r] = sum of x[j] row[r][j] for j = from, from + step ... before end, for R rows: several at
+// a time, since each sum waits for its last term.
 template <int R>
 inline void row_sums(complex* const* row, int from, int end, int step,
                      const complex* x, complex* sum) {

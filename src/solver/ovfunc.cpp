@@ -11,6 +11,7 @@
 #include "numeric/lb_eigmat.h"
 #include "numeric/lb_invmat.h"
 #include "numeric/vecmat.h"
+#include "solver/perturb.h"
 
 namespace orvel {
 
@@ -241,11 +242,11 @@ static bool run_tilt(const tilt_problem& problem, r_hkl K_t, const char* bethe_w
 
 void calc_intensity_with_perturb_ug(r_hkl K_t, double abs_K, const beam_search& bs,
                                     int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel,
-                                    complex** vg, int /*num_perturb*/, complex*** /*pvg*/,
+                                    complex** vg, int num_perturb, complex*** pvg,
                                     int num_g, const int* out_beams, int num_thickness, const double* thickness,
                                     double kv, uvw zone_uvw, uvw normal_uvw, lattice lat,
                                     double zone_len, double normal_len, double cos_zn,
-                                    double** intensity, double*** /*p_intensity*/, work_cal_int& work) {
+                                    double** intensity, double*** p_intensity, work_cal_int& work) {
     const tilt_problem problem = {&bs, num_exact_beam, num_bethe_beam, reflex_sel, vg, num_g, out_beams,
                                   kv, zone_uvw, normal_uvw, lat, abs_K, zone_len, normal_len, cos_zn};
     tilt_state state;
@@ -258,6 +259,11 @@ void calc_intensity_with_perturb_ug(r_hkl K_t, double abs_K, const beam_search& 
             intensity[r][t] = c_norm(psi[r]);
     }
     std::free(psi);
+    if (num_perturb > 0 && solved)
+        calc_perturb_ug(num_exact_beam, num_bethe_beam, bs.flag_bs, num_perturb, pvg, num_g, num_thickness, thickness,
+                        kv, state.n_branch, work.branch, state.nesel, state.nbsel, work.sel, work.out_pos,
+                        work.Sg, work.beta_ge, work.beta_sel, state.K_n, work.bethe_matrix, work.eigen_vec,
+                        work.eigen_val, p_intensity, work);
 }
 
 void calc_intensity_ug_coherent(r_hkl K_t, double abs_K, complex phase, const beam_search& bs,

@@ -1,0 +1,274 @@
+// SPDX-License-Identifier: MIT
+#include "refine/fitting.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "control/orvel.h"
+#include "control/ov_debug.h"
+#include "control/ov_mpi.h"
+#include "crystal/cnstfunc.h"
+#include "numeric/vecmat.h"
+#include "refine/fitfunc.h"
+#include "solver/ovfunc.h"
+
+namespace orvel {
+
+void auto_ed_beams(fed& set, csd& crystal) {
+    const beam_search& bs = set.beam_search;
+    const int method = method_of(bs.flag_bs);
+    if (method == -1 || method == method_manual)
+        ov_abort(stdout, "$$ Invalid beam_search.flag_bs. (%d) Abort.\n", bs.flag_bs);
+    hkl* exact = new_vector<hkl>(to_size(bs.num_g_limit));
+    hkl* bethe = new_vector<hkl>(to_size(bs.num_g_limit));
+    ov_fprintf(stdout, "Beam search (%s) ... ", method == method_wg ? "wg" : "sg");
+    search_beams(set.num_exact_beam, set.num_bethe_beam, exact, bethe, bs, set.zone_uvw, set.zolzbase1,
+                 set.h_tilt, set.g_tilt, set.kv, crystal);
+    ov_fprintf(stdout, "$$ Exact = %d, Bethe = %d\n", set.num_exact_beam, set.num_bethe_beam);
+    set.reflex_sel = new_vector<hkl>(to_size(set.num_exact_beam + set.num_bethe_beam));
+    beam_merge(set.num_exact_beam, set.num_bethe_beam, exact, bethe, set.reflex_sel);
+    std::free(exact);
+    std::free(bethe);
+}
+
+void perturbed_potential_matrix(int num_perturb, complex*** pvg, csd& crystal, const fed& set, lattice lat, int& flag) {
+    const int N = set.num_exact_beam + set.num_bethe_beam;
+    complex** vg = new_matrix<complex>(to_size(N), to_size(N));
+    csd copy;
+    alloc_csd(crystal.num_sym_op, crystal.num_site, crystal.num_lofg, copy);
+    alloc_csd_sub_cstr(crystal.num_site, crystal.num_lofg, crystal.lof_type, copy);
+    flag = 0;
+    for (int k = 0; k < num_perturb; ++k) {
+        int err_flag;
+        cpy_csd(crystal, copy);
+        make_csd_perturb(k, crystal, copy);
+        potential_matrix_csd(set.num_exact_beam, set.num_bethe_beam, set.reflex_sel, copy, set.kv, lat, vg, err_flag);
+        if (err_flag != 0)
+            flag = 1;
+        vg_to_pvg(k, N, vg, pvg);
+    }
+    free_csd(copy);
+    free_matrix(vg);
+}
+
+void calc_K_xy_cbed(int& num_pix, int& num_k_points_effective, r_hkl* K_t, pixel* grid, double h_tilt, double g_tilt,
+                    uvw zone_uvw, r_hkl zolzbase1, lattice lat, int calc_type, double disksize, int num_pix_side) {
+    if (calc_type != mesh_disk && calc_type != mesh_square)
+        ov_abort(stderr, "$$(Calc_K_xy_cbed) Invalid calc_type (=%d). Abort.\n", calc_type);
+    const int n = num_pix_side;
+    const double D = disksize;
+    const r_hkl e1 = zolzbase1;
+    const r_hkl e2 = zolz_ort_base(zone_uvw, e1, lat);
+    num_pix = n * n;
+    num_k_points_effective = 0;
+    int p = 0;
+    for (int iy = 0; iy < n; ++iy) {
+        for (int ix = 0; ix < n; ++ix) {
+            const double G = iy * (D + D) / (n - 1) + (g_tilt - D);
+            const double H = ix * (D + D) / (n - 1) + (h_tilt - D);
+            const double x = H - h_tilt, y = G - g_tilt;
+            const bool inside = calc_type == mesh_square || std::sqrt(x * x + y * y) < D + epsilon.general_eps;
+            grid[p] = {ix, iy, inside ? 1 : 0, H, G};
+            K_t[p] = {(e1.h * H + e2.h * G) * 0.5, (e1.k * H + e2.k * G) * 0.5, (e1.l * H + e2.l * G) * 0.5};
+            num_k_points_effective += inside ? 1 : 0;
+            ++p;
+        }
+    }
+    if (p != num_pix)
+        ov_abort(stdout, "$$ Wrong ct(=%d) in calc_K_xy_cbed. Abort.\n", p);
+}
+
+void set_calc_intensity_ei(int R, int T, int P, ei& intensity, double*** pix_int) {
+    for (int r = 0; r < R; ++r)
+        for (int t = 0; t < T; ++t)
+            for (int p = 0; p < P; ++p)
+                intensity.cal[r][t][p] = intensity.pixel_grid[p].flag == 1 ? pix_int[p][r][t] : 0.0;
+}
+
+// ---- the pattern of one data set ------------------------------------------------------------
+
+// Stores of one data set in one cycle; R reflections, T thicknesses, n = epsilon.num_thickwidth,
+// P pixels, K crystal parameters. Without any, the stores of perturbations are null.
+struct cycle_stores {
+    int R, T, n, P, K;
+    int num_thick;         // 2 T (2 n + 1) thicknesses of a tilt
+    int* out_beams;        // R places in the beam list
+    double* thick_list;    // num_thick
+    double* thick_wt;      // 2 n + 1
+    double** tilt_int;     // [r][num_thick]
+    double*** tilt_p_int;  // [k][r][num_thick]
+    double*** pix_int;     // [p][r][2 T]
+    double**** pix_p_int;  // [p][r][t][k]
+    r_hkl* K_t;            // P
+    work_cal_int work;
+};
+
+static cycle_stores new_stores(const fed& set, const ei& intensity, int num_perturb) {
+    cycle_stores s = {};
+    s.R = set.num_reflex;
+    s.T = set.num_thickness;
+    s.n = epsilon.num_thickwidth;
+    s.P = intensity.num_pix;
+    s.K = num_perturb;
+    const std::size_t R = to_size(s.R), T = to_size(s.T), P = to_size(s.P), K = to_size(s.K);
+    const std::size_t group = 2 * to_size(s.n) + 1;
+    s.num_thick = static_cast<int>(2 * T * group);
+    s.out_beams = new_vector<int>(R);
+    s.thick_list = new_vector<double>(2 * T * group);
+    s.thick_wt = new_vector<double>(group);
+    s.tilt_int = new_matrix<double>(R, 2 * T * group);
+    s.pix_int = new_tensor<double>(P, R, 2 * T);
+    if (s.K > 0) {
+        s.tilt_p_int = new_tensor<double>(K, R, 2 * T * group);
+        s.pix_p_int = new_tensor4<double>(P, R, T, K);
+    }
+    s.K_t = new_vector<r_hkl>(P);
+    alloc_work_cal_int(set.num_exact_beam + set.num_bethe_beam, s.R, s.K, s.work);
+    return s;
+}
+
+static void free_stores(cycle_stores& s) {
+    std::free(s.out_beams);
+    std::free(s.thick_list);
+    std::free(s.thick_wt);
+    free_matrix(s.tilt_int);
+    free_tensor(s.tilt_p_int);
+    free_tensor(s.pix_int);
+    free_tensor4(s.pix_p_int);
+    std::free(s.K_t);
+    free_work_cal_int(s.work);
+}
+
+static void find_reflections(fed& set, const ei& intensity, lattice lat, int* out_beams) {
+    for (int r = 0; r < set.num_reflex; ++r) {
+        const hkl g = intensity.reflex_hkl[r];
+        out_beams[r] = find_n_g(set.num_exact_beam + set.num_bethe_beam, g.h, g.k, g.l, set.reflex_sel);
+        if (out_beams[r] < 0)
+            ov_abort(stdout, "$$ calc_cbed_pattern_perturb: %d %d %d not found. Abort.", g.h, g.k, g.l);
+        set.g_len[r] = std::sqrt(sq_abs(hkl2rhkl(g.h, g.k, g.l), lat));
+    }
+}
+
+// Fills pix_int and pix_p_int; pixels outside the disk keep their zeros.
+static void walk_pixels(csd& crystal, const fed& set, const ei& intensity, complex** vg, complex*** pvg, lattice lat,
+                        int effective, cycle_stores& s) {
+    double zone_len, normal_len, cos_zn, lambda, energy;
+    pre_calc_intensity(set.kv, set.zone_uvw, set.normal_uvw, lat, zone_len, normal_len, cos_zn, lambda, energy);
+    const double abs_K = calc_abs_K(crystal, set.kv, lat);
+    int count = 0;
+    for (int p = 0; p < s.P; ++p) {
+        if (intensity.pixel_grid[p].flag != 1)
+            continue;
+        if (count == 0) {
+            exec_time_forecast(-1);
+            ov_fprintf(stdout, " [one cycle] ");
+        }
+        progress_indicator(count, effective);
+        calc_intensity_with_perturb_ug(s.K_t[p], abs_K, set.beam_search, set.num_exact_beam, set.num_bethe_beam,
+                                       set.reflex_sel, vg, s.K, pvg, s.R, s.out_beams, s.num_thick, s.thick_list,
+                                       set.kv, set.zone_uvw, set.normal_uvw, lat, zone_len, normal_len, cos_zn,
+                                       s.tilt_int, s.tilt_p_int, s.work);
+        for (int r = 0; r < s.R; ++r)
+            for (int t = 0; t < s.T; ++t)
+                scale_tav(s.n, set.scale_factor[t], set.thickness_width[t], t, s.T, r, p, s.K, s.thick_wt,
+                          s.tilt_int, s.tilt_p_int, s.pix_int, s.pix_p_int);
+        if (count == 0)
+            exec_time_forecast(effective);
+        ++count;
+    }
+    exec_time_forecast(0);
+}
+
+void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, complex** vg, int num_perturb, complex*** pvg,
+                               int num_fitpar, double** alpha, double* beta, double& chisq, std::FILE* log) {
+    const lattice lat = lattice_of(crystal);
+    // A negative setting has its own message.
+    if (epsilon.num_thickwidth < 0)
+        thickness_set(set, epsilon.num_thickwidth, nullptr);
+    cycle_stores s = new_stores(set, intensity, num_perturb);
+    thickweight_set(s.n, s.thick_wt);
+    thickness_set(set, s.n, s.thick_list);
+    int effective;
+    calc_K_xy_cbed(intensity.num_pix, effective, s.K_t, intensity.pixel_grid, set.h_tilt, set.g_tilt,
+                   set.zone_uvw, set.zolzbase1, lat, set.calc_type, set.disksize, set.num_pix_side);
+    find_reflections(set, intensity, lat, s.out_beams);
+    ov_fprintf(stdout, "**CBED intensity calculation\n");
+    walk_pixels(crystal, set, intensity, vg, pvg, lat, effective, s);
+    set_calc_intensity_ei(s.R, s.T, s.P, intensity, s.pix_int);
+    set_extr_obs_int(s.T, s.R, set, intensity, log);
+    chisq = calc_chisq(set, intensity);
+
+    double penalty;
+    eval_alpha_beta_rst(crystal, set, intensity, s.pix_int, s.pix_p_int, num_perturb, num_fitpar, alpha, beta, penalty);
+    ov_fprintf_stdo(log, "$$ chisq= %g, penalty_chisq= %g\n", chisq, penalty);
+    chisq += penalty;
+    free_stores(s);
+}
+
+// ---- the cycle ------------------------------------------------------------------------------
+
+// One data set: beams, potentials, pattern. Returns its chi-square.
+static double calc_data_set(int i, int num_fitpar, double** alpha, double* beta, lattice lat, fit_context& context) {
+    csd& crystal = *context.crystal;
+    fed& set = context.sets[i];
+    const bool automatic = method_of(set.beam_search.flag_bs) != method_manual;
+    if (automatic)
+        auto_ed_beams(set, crystal);
+    reflex_dump_csd(i, set.num_exact_beam, set.num_bethe_beam, set.reflex_sel, crystal, set.beam_search,
+                    set.zone_uvw, set.zolzbase1, set.kv, lat);
+    const std::size_t N = to_size(set.num_exact_beam + set.num_bethe_beam);
+    complex** vg = new_matrix<complex>(N, N);
+    ov_fprintf(stdout, "**Potential:\n");
+    int flag;
+    potential_matrix_csd(set.num_exact_beam, set.num_bethe_beam, set.reflex_sel, crystal, set.kv, lat, vg, flag);
+    if (flag != 0)
+        ov_fprintf_stdo(context.log, "$$ Error in Fg. You should check params.\n");
+    debug_vg_dump(vg, static_cast<int>(N));
+
+    complex*** pvg = nullptr;
+    if (context.num_perturb > 0) {
+        ov_fprintf(stdout, "**Perturbed potentials:\n");
+        ov_fflush(stdout);
+        pvg = new_tensor<complex>(to_size(context.num_perturb), N, N);
+        perturbed_potential_matrix(context.num_perturb, pvg, crystal, set, lat, flag);
+        if (flag != 0)
+            ov_fprintf_stdo(context.log, "$$ Error in Fg calc.  Please check parameters.\n");
+    }
+    double chisq;
+    calc_cbed_pattern_perturb(crystal, set, context.intensities[i], vg, context.num_perturb, pvg, num_fitpar,
+                              alpha, beta, chisq, context.log);
+    free_matrix(vg);
+    free_tensor(pvg);
+    if (automatic) {
+        std::free(set.reflex_sel);
+        set.reflex_sel = nullptr;
+    }
+    return chisq;
+}
+
+void dynamical_calculation(const double* par, int num_fitpar, double** alpha, double* beta, double& chisq,
+                           fit_context& context) {
+    static int ct_iter = 0;
+    csd& crystal = *context.crystal;
+    fitpar_to_csd_fed(crystal, context.num_fed, context.sets, num_fitpar, par);
+    constraint_csd(crystal);
+    constraint_fed(context.num_fed, context.sets);
+    const lattice lat = lattice_of(crystal);
+    chisq = 0.0;
+    for (int i = 0; i < context.num_fed; ++i)
+        chisq += calc_data_set(i, num_fitpar, alpha, beta, lat, context);
+
+    if (ct_iter == 0) {
+        ov_fprintf_stdo(context.log, "$$ 1st cycle\n");
+        ov_fprintf_stdo(context.log, "chisq of the 1st cycle = %g.\n", chisq);
+    }
+    char base[path_max];
+    std::snprintf(base, sizeof base, ct_iter == 0 ? "%s_fst" : "%s_res", context.stem);
+    ++ct_iter;
+    for (int i = 0; i < context.num_fed; ++i)
+        ov_fprintf_stdo(context.log, "Intensity output: %s%d.txt\n", base, i);
+    fit_res_output(context.num_fed, context.sets, context.intensities, crystal.a, crystal.b, crystal.c,
+                   crystal.alpha, crystal.beta, crystal.gamma, base);
+}
+
+} // namespace orvel

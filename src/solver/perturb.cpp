@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: MIT
+#include "solver/perturb.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "control/orvel.h"
+#include "control/ov_debug.h"
+#include "numeric/cmatutil.h"
+#include "numeric/lb_eigmat.h"
+#include "numeric/lb_invmat.h"
+#include "numeric/vecmat.h"
+
+namespace orvel {
+
+static complex** new_square(int n) { return new_matrix<complex>(to_size(n), to_size(n)); }
+
+static bool near_equal(complex lambda1, complex lambda2, double degeneracy_eps) {
+    return std::fabs(lambda1.re - lambda2.re) < degeneracy_eps;
+}
+
+void perturbation2(const complex* eigen_val, const complex* const* eigen_vec, const complex* const* eigen_vec_inv,
+                   int n, const complex* const* bethe_matrix, const complex* const* p_bethe_matrix,
+                   double degeneracy_eps, complex* p_eigen_val, complex** p_eigen_vec) {
+    complex** work = new_square(n);
+    complex** B = new_square(n);
+    dbg_mon("$$ p-diff-mat\n");
+    c_matcopy2(n, p_bethe_matrix, work);
+    c_matsub2(n, work, bethe_matrix);
+
+    dbg_mon("$$ p-b_ij\n");
+    c_matmult(n, n, n, B, eigen_vec_inv, work);
+    c_matmult2(n, B, eigen_vec);
+
+    dbg_mon("$$ p-eigen_val\n");
+    for (int j = 0; j < n; ++j)
+        p_eigen_val[j] = c_add(eigen_val[j], B[j][j]);
+
+    dbg_mon("$$ p-eigen_vec\n");
+    complex** U = work;
+    for (int i = 0; i < n; ++i) {
+        for (int j = 0; j < n; ++j) {
+            if (i == j)
+                U[i][j] = {1.0, 0.0};
+            else if (near_equal(eigen_val[i], eigen_val[j], degeneracy_eps))
+                U[i][j] = {0.0, 0.0};
+            else
+                U[i][j] = c_div(B[i][j], c_sub(eigen_val[j], eigen_val[i]));
+        }
+    }
+    c_matmult(n, n, n, p_eigen_vec, eigen_vec, U);
+    free_matrix(work);
+    free_matrix(B);
+}
+
+void eigen_val_perturbation(const complex* eigen_val, const complex* const* eigen_vec,
+                            const complex* const* eigen_vec_inv, int n, const complex* const* matrix,
+                            const complex* const* p_matrix, complex* p_eigen_val) {
+    complex** T = new_square(n);
+    c_matcopy2(n, p_matrix, T);
+    c_matsub2(n, T, matrix);
+    c_matmult2(n, T, eigen_vec);
+    for (int j = 0; j < n; ++j) {
+        complex sum = {0.0, 0.0};
+        for (int k = 0; k < n; ++k)
+            sum = c_add(sum, c_mul(eigen_vec_inv[j][k], T[k][j]));
+        p_eigen_val[j] = c_add(eigen_val[j], sum);
+    }
+    free_matrix(T);
+}
+
+// ---- with degenerate sets -------------------------------------------------------------------
+
+// Solves the block of B over the m members of a set, with their eigenvalues on the diagonal.
+static void solve_set(int m, const int* member, const complex* eigen_val, const complex* const* B, complex* p_eigen_val) {
+    complex** block = new_square(m);
+    complex** block_vec = new_square(m);
+    complex* block_val = new_vector<complex>(to_size(m));
+    for (int i = 0; i < m; ++i) {
+        for (int j = 0; j < m; ++j)
+            block[i][j] = B[member[i]][member[j]];
+        block[i][i] = c_add(block[i][i], eigen_val[member[i]]);
+    }
+    eigmat(m, block, block_val, block_vec);
+    for (int i = 0; i < m; ++i)
+        p_eigen_val[member[i]] = block_val[i];
+    free_matrix(block);
+    free_matrix(block_vec);
+    std::free(block_val);
+}
+
+// Marks the members of all sets of two or more and gives them their eigenvalue of the block.
+static void solve_sets(int n, const complex* eigen_val, const complex* const* B, double degeneracy_eps,
+                       complex* p_eigen_val, int* marked) {
+    int* member = new_vector<int>(to_size(n));
+    for (int i = 0; i < n; ++i) {
+        if (marked[i] != 0)
+            continue;
+        int m = 0;
+        member[m++] = i;
+        for (int j = i + 1; j < n; ++j)
+            if (near_equal(eigen_val[i], eigen_val[j], degeneracy_eps))
+                member[m++] = j;
+        if (m == 1)
+            continue;
+        for (int k = 0; k < m; ++k)
+            marked[member[k]] = 1;
+        solve_set(m, member, eigen_val, B, p_eigen_val);
+    }
+    std::free(member);
+}
+
+// Second-order term of eigenvalue j; within a set the block has taken it.
+static complex second_order(int j, int n, const complex* eigen_val, const complex* const* B, double degeneracy_eps,
+                            const int* marked) {
+    complex sum = {0.0, 0.0};
+    for (int k = 0; k < n; ++k) {
+        const bool same_set = marked[j] != 0 && marked[k] != 0 && near_equal(eigen_val[j], eigen_val[k], degeneracy_eps);
+        if (k != j && !same_set)
+            sum = c_add(sum, c_div({c_norm(B[j][k]), 0.0}, c_sub(eigen_val[j], eigen_val[k])));
+    }
+    return sum;
+}
+
+void perturb(const complex* eigen_val, const complex* const* eigen_vec, int n, const complex* const* D,
+             double degeneracy_eps, complex* p_eigen_val, complex** p_eigen_vec) {
+    complex** inverse = new_square(n);
+    complex** B = new_square(n);
+    complex** U = new_square(n);
+    int* marked = new_vector<int>(to_size(n));
+    c_matcopy2(n, eigen_vec, inverse);
+    invmat(n, inverse);
+    c_matmult(n, n, n, U, D, eigen_vec);
+    c_matmult(n, n, n, B, inverse, U);
+
+    for (int j = 0; j < n; ++j)
+        p_eigen_val[j] = c_add(eigen_val[j], B[j][j]);
+    solve_sets(n, eigen_val, B, degeneracy_eps, p_eigen_val, marked);
+    for (int j = 0; j < n; ++j)
+        p_eigen_val[j] = c_add(p_eigen_val[j], second_order(j, n, eigen_val, B, degeneracy_eps, marked));
+
+    for (int i = 0; i < n; ++i) {
+        for (int k = 0; k < n; ++k) {
+            if (i == k)
+                U[i][k] = {1.0, 0.0};
+            else if (marked[k] != 0 && near_equal(eigen_val[i], eigen_val[k], degeneracy_eps))
+                U[i][k] = {0.0, 0.0};
+            else
+                U[i][k] = c_div(B[i][k], c_sub(eigen_val[k], eigen_val[i]));
+        }
+    }
+    c_matmult(n, n, n, p_eigen_vec, eigen_vec, U);
+    free_matrix(inverse);
+    free_matrix(B);
+    free_matrix(U);
+    std::free(marked);
+}
+
+// ---- one tilt -------------------------------------------------------------------------------
+
+void calc_perturb_ug(int num_exact_beam, int num_bethe_beam, int flag_bs, int num_perturb, complex*** pvg,
+                     int num_g, int num_thickness, const double* thickness, double kv,
+                     int n_branch, const int* branch, int nesel, int nbsel, const int* sel, const int* out_pos,
+                     const double* Sg, const double* beta_ge, const double* beta_sel, double K_n,
+                     complex** bethe_matrix, complex** eigen_vec, const complex* eigen_val,
+                     double*** p_intensity, work_cal_int& work) {
+    dbg_mon("$$ eigen_vec_inv\n");
+    c_matcopy2(nesel, eigen_vec, work.eigen_vec_inv);
+    invmat(nesel, work.eigen_vec_inv);
+    complex* psi = new_vector<complex>(to_size(num_g));
+    for (int k = 0; k < num_perturb; ++k) {
+        dbg_mon("$$ transfer perturbed vg\n");
+        pvg_to_vg(k, num_exact_beam + num_bethe_beam, pvg, work.p_vg);
+        dbg_mon("$$ p-construct_matrix\n");
+        construct_ug_mat_slct(nesel, nbsel, sel, kv, work.p_vg, Sg, beta_ge, work.p_a_matrix);
+        dbg_print_cmat(dbg.a_mat_dump_flag, "a_matrix: (perturb)", nesel + nbsel, work.p_a_matrix);
+        dbg_mon("$$ p-g-bethe\n");
+        bethe_reduction(flag_bs, nesel, nbsel, work.p_a_matrix, work.p_bethe_matrix);
+        dbg_print_cmat(dbg.b_mat_dump_flag, "bethe_matrix: (perturb)", nesel, work.p_bethe_matrix);
+        dbg_mon("$$ perturbation2\n");
+        perturbation2(eigen_val, eigen_vec, work.eigen_vec_inv, nesel, bethe_matrix, work.p_bethe_matrix,
+                      epsilon.degeneracy_eps, work.p_eigen_val, work.p_eigen_vec);
+        dbg_print_cvec(dbg.eigval_dump_flag, "perturbed eigen values:", nesel, work.p_eigen_val);
+        dbg_print_cmat(dbg.eigvec_dump_flag, "perturbed eigen vectors", nesel, work.p_eigen_vec);
+        dbg_mon("$$ p-upper_b_cond\n");
+        upper_b_cond(nesel, beta_sel, work.p_eigen_vec, work.p_bc);
+        dbg_print_cvec(dbg.b_cond_dump_flag, "p-upper_b_cond:", nesel, work.p_bc);
+        dbg_mon("$$ p-intensities\n");
+        for (int t = 0; t < num_thickness; ++t) {
+            psi_of_beams(num_g, out_pos, thickness[t], nesel, n_branch, branch, K_n, beta_sel,
+                         work.p_eigen_val, work.p_eigen_vec, work.p_bc, psi);
+            for (int r = 0; r < num_g; ++r)
+                p_intensity[k][r][t] = c_norm(psi[r]);
+        }
+    }
+    std::free(psi);
+    dbg_mon("$$perturbation end\n");
+}
+
+} // namespace orvel

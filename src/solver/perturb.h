@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+//
+// First-order perturbation of the eigensolution of a tilt: the intensities of a slightly changed
+// crystal without another eigenproblem. Matrices are [row][column], eigenvectors are columns; C is
+// the matrix of eigenvectors, B = C^-1 D C the change of the matrix in their base. The theory is
+// that of Schroedinger for a matrix that need not be Hermitian (J. H. Wilkinson, The Algebraic
+// Eigenvalue Problem (1965), chapter 2).
+#pragma once
+
+#include "numeric/complex.h"
+#include "solver/ovfunc.h"
+
+namespace orvel {
+
+// Intensities p_intensity[k][r][t] of a solved tilt for each perturbed table pvg[k]; the selection
+// of beams, the kinematics and the branches are those of the tilt. All arguments in front of
+// p_intensity are its state; work holds the perturbed stores.
+void calc_perturb_ug(int num_exact_beam, int num_bethe_beam, int flag_bs, int num_perturb, complex*** pvg,
+                     int num_g, int num_thickness, const double* thickness, double kv,
+                     int n_branch, const int* branch, int nesel, int nbsel, const int* sel, const int* out_pos,
+                     const double* Sg, const double* beta_ge, const double* beta_sel, double K_n,
+                     complex** bethe_matrix, complex** eigen_vec, const complex* eigen_val,
+                     double*** p_intensity, work_cal_int& work);
+
+// Eigenvalues and eigenvectors of p_bethe_matrix to first order from those of bethe_matrix, order n.
+// Eigenvalues whose real parts are closer than degeneracy_eps do not mix.
+void perturbation2(const complex* eigen_val, const complex* const* eigen_vec, const complex* const* eigen_vec_inv,
+                   int n, const complex* const* bethe_matrix, const complex* const* p_bethe_matrix,
+                   double degeneracy_eps, complex* p_eigen_val, complex** p_eigen_vec);
+
+// The same for the difference matrix D, with degenerate sets solved by themselves and eigenvalues to
+// second order.
+void perturb(const complex* eigen_val, const complex* const* eigen_vec, int n, const complex* const* D,
+             double degeneracy_eps, complex* p_eigen_val, complex** p_eigen_vec);
+
+// Eigenvalues alone, to first order, of p_matrix from those of matrix.
+void eigen_val_perturbation(const complex* eigen_val, const complex* const* eigen_vec,
+                            const complex* const* eigen_vec_inv, int n, const complex* const* matrix,
+                            const complex* const* p_matrix, complex* p_eigen_val);
+
+} // namespace orvel
