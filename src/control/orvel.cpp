@@ -14,35 +14,34 @@ using namespace orvel;
 
 static const char* const version = "#####  Ver. 3.7v4e updated on 110530";
 
-static void opening_title() {
-    ov_fprintf(stdout,
+// A banner whose middle is an acknowledgement.
+static void banner(std::FILE* stream, const char* acknowledgement) {
+    ov_fprintf(stream,
                "#####\n"
                "#####  ORVEL - many-beam dynamical electron diffraction\n"
                "#####\n"
                "#####  by the ORVEL developers\n"
-               "#####\n"
-               "#####  We thank all who measured, computed and published the\n"
-               "#####  scattering factors, space-group tables and algorithms\n"
-               "#####  on which this program rests, and the users who report\n"
-               "#####  every digit they doubt.\n"
+               "#####\n");
+    ov_fprintf(stream, "%s", acknowledgement);
+    ov_fprintf(stream,
                "#####\n"
                "#####  [Single CPU version]\n"
                "#####\n");
 }
 
+static void opening_title() {
+    banner(stdout,
+           "#####  We thank all who measured, computed and published the\n"
+           "#####  scattering factors, space-group tables and algorithms\n"
+           "#####  on which this program rests, and the users who report\n"
+           "#####  every digit they doubt.\n");
+}
+
 static void opening_title_log(std::FILE* log) {
-    ov_fprintf(log,
-               "#####\n"
-               "#####  ORVEL - many-beam dynamical electron diffraction\n"
-               "#####\n"
-               "#####  by the ORVEL developers\n"
-               "#####\n"
-               "#####  We thank all who measured, computed and published the\n"
-               "#####  scattering factors, space-group tables and algorithms\n"
-               "#####  on which this program rests.\n"
-               "#####\n"
-               "#####  [Single CPU version]\n"
-               "#####\n");
+    banner(log,
+           "#####  We thank all who measured, computed and published the\n"
+           "#####  scattering factors, space-group tables and algorithms\n"
+           "#####  on which this program rests.\n");
 }
 
 static void ending_title(std::FILE* log) {

@@ -11,13 +11,9 @@
 namespace orvel {
 
 void error_exit(std::FILE* stream, const char* format, ...) {
-    std::fputs("$$ERROR: ", stream);
-    va_list values;
+    std::va_list values;
     va_start(values, format);
-    std::vfprintf(stream, format, values);
-    va_end(values);
-    std::fputc('\n', stream);
-    std::exit(EXIT_FAILURE);
+    ov_exit_with(stream, "$$ERROR: ", format, values);
 }
 
 static void print_percent(int percent) {

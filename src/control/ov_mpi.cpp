@@ -42,14 +42,17 @@ void ov_fclose(std::FILE* stream) {
         ov_abort(stderr, "$$ A result file could not be written completely. Abort.\n");
 }
 
-void ov_error_exit(std::FILE* stream, const char* format, ...) {
-    std::fputs("$$error: ", stream);
-    va_list values;
-    va_start(values, format);
+void ov_exit_with(std::FILE* stream, const char* prefix, const char* format, std::va_list values) {
+    std::fputs(prefix, stream);
     std::vfprintf(stream, format, values);
-    va_end(values);
     std::fputc('\n', stream);
     std::exit(EXIT_FAILURE);
+}
+
+void ov_error_exit(std::FILE* stream, const char* format, ...) {
+    std::va_list values;
+    va_start(values, format);
+    ov_exit_with(stream, "$$error: ", format, values);
 }
 
 void ov_abort(std::FILE* stream, const char* format, ...) {

@@ -4,6 +4,7 @@
 // plain streams, and the console is standard output. A failure ends the process with status 1.
 #pragma once
 
+#include <cstdarg>
 #include <cstdio>
 
 // Lets the compiler check the values of a call against its format (argument numbers from 1).
@@ -34,6 +35,10 @@ void ov_fclose(std::FILE* stream);
 
 // "$$error: ", the text and a line end to the stream; status 1.
 [[noreturn]] void ov_error_exit(std::FILE* stream, const char* format, ...) ORVEL_PRINTF(2, 3);
+
+// Prefix, formatted text and a line end to the stream; status 1. For exits with a
+// prefix of their own.
+[[noreturn]] void ov_exit_with(std::FILE* stream, const char* prefix, const char* format, std::va_list values);
 
 // The text as it is to the stream; status 1.
 [[noreturn]] void ov_abort(std::FILE* stream, const char* format, ...) ORVEL_PRINTF(2, 3);
