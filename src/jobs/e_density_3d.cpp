@@ -214,7 +214,9 @@ void ov_electron_density_3d_unitcell(std::FILE* file, std::FILE* /*log*/, const 
     filter_gmax(cond, lat, vg_coef, xg_coef);
     ov_fprintf(stdout, "$$ Fourier coef. transfering...\n");
     cell_grid density = new_grid(cond, xg_coef);
+    std::free(xg_coef);
     cell_grid potential = new_grid(cond, vg_coef);
+    std::free(vg_coef);
     chk_unitcell(cond);
     to_real_space("Electron density", cond, density);
     to_real_space("Electrostatic potential", cond, potential);
@@ -226,8 +228,6 @@ void ov_electron_density_3d_unitcell(std::FILE* file, std::FILE* /*log*/, const 
     ov_fclose(density_file);
     ov_fclose(potential_file);
 
-    std::free(vg_coef);
-    std::free(xg_coef);
     free_grid(density);
     free_grid(potential);
     free_sd(cond);
@@ -248,6 +248,7 @@ void ov_potential_reim_3d_unitcell(std::FILE* file, std::FILE* /*log*/, const ch
     vgv_reim_csd(cond.num_exact_beam, 0, cond.reflex_sel, crystal, cond.kv, lattice_of(crystal), vg_coef);
     ov_fprintf(stdout, "$$ Fourier coef. transfering...\n");
     cell_grid potential = new_grid(cond, vg_coef);
+    std::free(vg_coef);
     chk_unitcell(cond);
     to_real_space("Electrostatic potential", cond, potential);
 
@@ -258,7 +259,6 @@ void ov_potential_reim_3d_unitcell(std::FILE* file, std::FILE* /*log*/, const ch
     ov_fclose(re_file);
     ov_fclose(im_file);
 
-    std::free(vg_coef);
     free_grid(potential);
     free_sd(cond);
     free_csd(crystal);

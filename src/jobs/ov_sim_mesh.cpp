@@ -93,6 +93,7 @@ tilt_problem tilt_problem_of(const sd& cond, csd& crystal, complex** vg, lattice
     double lambda, energy;
     pre_calc_intensity(cond.kv, cond.zone_uvw, cond.normal_uvw, lat,
                        problem.zone_len, problem.normal_len, problem.cos_zn, lambda, energy);
+    chk_incidence(cond.kv, problem.abs_K, cond.zone_uvw, cond.normal_uvw, problem.cos_zn);
     return problem;
 }
 

@@ -210,7 +210,8 @@ static inline void rotate_columns(complex* const* row, int first, int en,
 }
 
 // The inverse operation on columns. Row i begins at its subdiagonal element, so that the rows of a
-// block go one by one up to the first column that all of them have.
+// block go one by one up to the first column that all of them have. Of the new subdiagonal only
+// the real part counts.
 ORVEL_VECTOR_CLONES
 static void sweep_columns(int l, int en, complex** h, const complex* c, const double* s) {
     constexpr int together = 4;
@@ -226,8 +227,6 @@ static void sweep_columns(int l, int en, complex** h, const complex* c, const do
             rotate_columns<1>(h + i, common, en, c, s);
         i += rows;
     }
-    for (int i = l + 1; i <= en; ++i)
-        h[i][i - 1].im = 0.0; // not zero before if the last diagonal element is not quite real
 }
 
 ORVEL_VECTOR_CLONES

@@ -155,6 +155,7 @@ static void walk_pixels(csd& crystal, const fed& set, const ei& intensity, compl
     double zone_len, normal_len, cos_zn, lambda, energy;
     pre_calc_intensity(set.kv, set.zone_uvw, set.normal_uvw, lat, zone_len, normal_len, cos_zn, lambda, energy);
     const double abs_K = calc_abs_K(crystal, set.kv, lat);
+    chk_incidence(set.kv, abs_K, set.zone_uvw, set.normal_uvw, cos_zn);
     int count = 0;
     for (int p = 0; p < s.P; ++p) {
         if (intensity.pixel_grid[p].flag != 1)

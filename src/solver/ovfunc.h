@@ -50,6 +50,10 @@ void pre_calc_intensity(double kv, uvw zone_uvw, uvw normal_uvw, lattice lat,
                         double& zone_len, double& normal_len, double& cos_zn,
                         double& wavelength, double& evdash);
 
+// Ends the process if there is no wave number in the crystal (a voltage that is not above 0) or if
+// the surface normal does not point to the side of the zone axis: the phases rest on both.
+void chk_incidence(double kv, double abs_K, uvw zone_uvw, uvw normal_uvw, double cos_zn);
+
 // ---- potentials -----------------------------------------------------------------------------
 
 // vg[i][j] = V(g_i - g_j) in volts for all N x N beams of the list: real part elastic, imaginary

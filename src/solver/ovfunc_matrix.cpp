@@ -170,8 +170,10 @@ void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bet
 // changes the last bit only.
 void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
     c_matcopy2(nesel, a_matrix, bethe_matrix);
+    if (nbsel == 0)
+        return;
     complex* folded = new_vector<complex>(to_size(nesel));
-    for (int i = 0; i < nesel && nbsel > 0; ++i) {
+    for (int i = 0; i < nesel; ++i) {
         for (int j = 0; j < nesel; ++j)
             folded[j] = {0.0, 0.0};
         for (int h = nesel; h < nesel + nbsel; ++h) {

@@ -1,0 +1,569 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <numeric>
+
+#include <gtest/gtest.h>
+
+#include "control/orvel.h"
+#include "matrix_util.h"
+#include "numeric/lb_eigmat.h"
+#include "numeric/lb_eigmat1.h"
+#include "numeric/lb_eigmat2.h"
+#include "numeric/vecmat.h"
+#include "test_util.h"
+
+using namespace orvel;
+using namespace orvel_test;
+
+#ifdef ORVEL_HAVE_LAPACK
+extern "C" void zgeev_(const char* left, const char* right, const int* n,
+                       complex* a, const int* lda, complex* w,
+                       complex* vl, const int* ldvl, complex* vr, const int* ldvr,
+                       complex* work, const int* lwork, double* rwork, int* info);
+#endif
+
+static const double ulp = std::numeric_limits<double>::epsilon();
+static const double nan_value = std::numeric_limits<double>::quiet_NaN();
+
+struct eigen_system {
+    std::vector<complex> w;
+    square v;
+    int code;
+};
+
+// Solver 0 takes an absolute tolerance, solver 1 one relative to the norm.
+static eigen_system solve(int solver, square a, double tolerance) {
+    eigen_system s = {std::vector<complex>(to_size(a.n)), square(a.n), 0};
+    if (solver == 0)
+        eispack_cg(a.n, tolerance, a.table(), s.w.data(), s.v.table());
+    else
+        s.code = eigen_c_mat(a.n, tolerance, 1, a.table(), s.w.data(), s.v.table());
+    return s;
+}
+
+static square matrix_2(complex a, complex b, complex c, complex d) {
+    square m(2);
+    std::copy_n(std::vector<complex>{a, b, c, d}.begin(), 4, m.data.begin());
+    return m;
+}
+
+// ---- matrix families ----
+
+static number family_element(const std::string& name, int n, int i, int j, number r) {
+    if (name == "zero")
+        return 0.0;
+    if (name == "identity")
+        return i == j ? 1.0 : 0.0;
+    if (name == "clustered")
+        return (i == j ? 1.0 : 0.0) + 1e-6 * r;
+    if (name == "near overflow")
+        return 1e150 * r;
+    if (name == "large")
+        return 1e6 * r;
+    if (name == "badly scaled")
+        return std::pow(10.0, 12.0 * (i - j) / n) * r;
+    if (name == "permuted triangular") // triangular in the order of 7 i + 3
+        return (7 * i + 3) % n <= (7 * j + 3) % n ? r : 0.0;
+    if (name == "cyclic") // roots of unity; shifts of the last block leave it as it is
+        return i == (j + 1) % n ? 1.0 : 0.0;
+    if (name == "structure") // excitation errors and absorption; the potentials are made symmetric
+        return i == j ? number(-0.01 * i * i, 0.004) : 0.05 * std::exp(-0.2 * std::abs(i - j)) * r;
+    if (name == "Jordan block") { // J between two factors 1 - 2 x x^T / n, x all ones
+        const double jordan = i == j ? 2.0 : (j == i + 1 ? 1.0 : 0.0);
+        const double sums = (j > 0 ? 3.0 : 2.0) + (i < n - 1 ? 3.0 : 2.0);
+        return jordan - 2.0 / n * sums + 4.0 / n / n * (3.0 * n - 1.0);
+    }
+    return r;
+}
+
+static square family(const std::string& name, int n) {
+    square a = random_square(n, unsigned(n));
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) {
+            const bool symmetric = name == "structure" && i > j;
+            a.at(i, j) = symmetric ? a.at(j, i) : record(family_element(name, n, i, j, a(i, j)));
+        }
+    return a;
+}
+
+// |A V - V W| / (n (|A| ulp + tolerance)), each column taken by its length.
+static double residual_ratio(const square& a, const eigen_system& s, double tolerance) {
+    const double norm = norm_of(a);
+    double sum = 0.0;
+    for (int j = 0; j < a.n; ++j) {
+        double length = 0.0;
+        double residual = 0.0;
+        for (int i = 0; i < a.n; ++i) {
+            const number difference = product(a, s.v, i, j) - s.v(i, j) * plain(s.w[to_size(j)]);
+            length += std::norm(s.v(i, j));
+            residual += std::norm(difference / norm);
+        }
+        sum += residual / length;
+    }
+    return std::sqrt(sum) / (a.n * (ulp + tolerance / norm));
+}
+
+// Left out for the chain: elements near overflow, which an absolute tolerance cannot judge, and
+// the Jordan block of order 2, whose rows are isolated and enter without the overflow control.
+TEST(Eigen, ResidualsOverMatrixFamilies) {
+    const double tolerance = 1e-13;
+    for (const std::string name : {"identity", "Jordan block", "clustered", "near overflow",
+                                   "large", "badly scaled", "permuted triangular",
+                                   "structure", "random"}) {
+        for (const int n : {1, 2, 3, 5, 10, 20, 50}) {
+            const square a = family(name, n);
+            const bool for_chain = name != "near overflow" && (name != "Jordan block" || n > 2);
+            for (int solver = for_chain ? 0 : 1; solver <= 1; ++solver) {
+                SCOPED_TRACE(testing::Message() << name << " n " << n << " solver " << solver);
+                const eigen_system s = solve(solver, a, tolerance);
+                const double absolute = solver == 0 ? tolerance : tolerance * norm_of(a);
+                EXPECT_LT(residual_ratio(a, s, absolute), 20.0);
+                for (std::size_t j = 1; j < to_size(n); ++j)
+                    EXPECT_GE(s.w[j - 1].re, s.w[j].re);
+                EXPECT_EQ(s.code, solver == 1 && n == 1 ? 1 : 0);
+            }
+        }
+    }
+    for (const int n : {3, 4, 7}) { // only the chain has shifts that break the cycle
+        const square a = family("cyclic", n);
+        EXPECT_LT(residual_ratio(a, solve(0, a, tolerance), tolerance), 20.0);
+        EXPECT_EQ(solve(1, a, tolerance).code, 30000);
+    }
+    for (const int solver : {0, 1}) {
+        const eigen_system s = solve(solver, family("zero", 4), tolerance);
+        EXPECT_EQ(s.code, solver);
+        for (int i = 0; i < 4; ++i)
+            for (int j = 0; j < 4; ++j)
+                EXPECT_EQ(s.v(i, j), number(i == j ? 1.0 : 0.0));
+    }
+}
+
+#ifdef ORVEL_HAVE_LAPACK
+// Columns against those of the same rank in the real part: their overlap has the modulus 1.
+TEST(Eigen, AgreesWithLapack) {
+    for (const int n : {1, 2, 3, 5, 10, 20, 50, 100, 200}) {
+        const square a = random_square(n, unsigned(n) + 1000);
+        square transposed(n), vectors(n); // columns stand in a row
+        for (int i = 0; i < n; ++i)
+            for (int j = 0; j < n; ++j)
+                transposed.at(i, j) = record(a(j, i));
+        const int lwork = 64 * n;
+        std::vector<complex> w(to_size(n)), work(to_size(lwork));
+        std::vector<double> rwork(to_size(2 * n));
+        int info = -1;
+        zgeev_("N", "V", &n, transposed.data.data(), &n, w.data(), nullptr, &n,
+               vectors.data.data(), &n, work.data(), &lwork, rwork.data(), &info);
+        ASSERT_EQ(info, 0);
+        std::vector<int> rank(to_size(n));
+        std::iota(rank.begin(), rank.end(), 0);
+        std::sort(rank.begin(), rank.end(), [&](int i, int j) {
+            return w[to_size(i)].re > w[to_size(j)].re;
+        });
+        for (const int solver : {0, 1}) {
+            SCOPED_TRACE(testing::Message() << "n " << n << " solver " << solver);
+            const eigen_system s = solve(solver, a, 1e-14);
+            for (int j = 0; j < n; ++j) {
+                const int k = rank[to_size(j)];
+                EXPECT_LT(std::abs(plain(w[to_size(k)]) - plain(s.w[to_size(j)])), 1e-10);
+                number overlap = 0.0;
+                for (int i = 0; i < n; ++i)
+                    overlap += std::conj(vectors(k, i)) * s.v(i, j);
+                EXPECT_NEAR(std::abs(overlap), 1.0, 1e-10);
+            }
+        }
+    }
+}
+#endif
+
+// ---- phases of the chain ----
+
+using dense = std::vector<std::vector<number>>;
+
+static dense unit(std::size_t n) {
+    dense m(n, std::vector<number>(n));
+    for (std::size_t i = 0; i < n; ++i)
+        m[i][i] = 1.0;
+    return m;
+}
+
+static dense times(const dense& a, const dense& b) {
+    dense c(a.size(), std::vector<number>(a.size()));
+    for (std::size_t i = 0; i < a.size(); ++i)
+        for (std::size_t j = 0; j < a.size(); ++j)
+            for (std::size_t k = 0; k < a.size(); ++k)
+                c[i][j] += a[i][k] * b[k][j];
+    return c;
+}
+
+static dense adjoint(const dense& a) {
+    dense b = a;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        for (std::size_t j = 0; j < a.size(); ++j)
+            b[i][j] = std::conj(a[j][i]);
+    return b;
+}
+
+// The chain without balancing, with each step a whole unitary matrix, for n of 2 and more.
+static std::vector<number> reference_vectors(const square& matrix, double tolerance, dense& v) {
+    const std::size_t n = to_size(matrix.n);
+    dense a = unit(n), z = unit(n);
+    const auto transform = [&](const dense& q) {
+        a = times(adjoint(q), times(a, q));
+        z = times(z, q);
+    };
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t j = 0; j < n; ++j)
+            a[i][j] = matrix(int(i), int(j));
+    for (std::size_t m = 1; m + 1 < n; ++m) { // reflections to Hessenberg form
+        std::vector<number> u(n);
+        double length = 0.0;
+        for (std::size_t i = m; i < n; ++i)
+            length += std::norm(u[i] = a[i][m - 1]);
+        const double h = length + std::abs(u[m]) * std::sqrt(length);
+        u[m] += std::polar(std::sqrt(length), std::arg(u[m]));
+        dense p = unit(n);
+        for (std::size_t i = m; i < n; ++i)
+            for (std::size_t j = m; j < n; ++j)
+                p[i][j] -= u[i] * std::conj(u[j]) / h;
+        transform(p);
+    }
+    for (std::size_t i = 1; i < n; ++i) { // real subdiagonal
+        dense d = unit(n);
+        d[i][i] = a[i][i - 1] / std::abs(a[i][i - 1]);
+        transform(d);
+    }
+    const auto large = [=](number x) {
+        return std::abs(x.real()) > tolerance || std::abs(x.imag()) > tolerance;
+    };
+    for (std::size_t en = n - 1; en > 0;) {
+        std::size_t l = en;
+        while (l > 0 && std::abs(a[l][l - 1].real()) >= tolerance)
+            --l;
+        if (l == en) {
+            --en;
+            continue;
+        }
+        const number x = a[en - 1][en] * a[en][en - 1], y = (a[en - 1][en - 1] - a[en][en]) / 2.0;
+        const number root = std::sqrt(y * y + x);
+        const number correction = x / (y + (std::real(std::conj(y) * root) < 0.0 ? -root : root));
+        const number s = a[en][en] - (large(x) ? correction : 0.0);
+        dense q = unit(n);
+        for (std::size_t i = 0; i < n; ++i)
+            a[i][i] -= s;
+        for (std::size_t i = l + 1; i <= en; ++i) {
+            const double r = std::hypot(std::abs(a[i - 1][i - 1]), a[i][i - 1].real());
+            dense g = unit(n);
+            g[i - 1][i - 1] = a[i - 1][i - 1] / r;
+            g[i][i] = std::conj(g[i - 1][i - 1]);
+            g[i][i - 1] = a[i][i - 1].real() / r;
+            g[i - 1][i] = -g[i][i - 1];
+            a = times(adjoint(g), a);
+            q = times(q, g);
+        }
+        if (large(a[en][en].imag())) {
+            dense d = unit(n);
+            d[en][en] = a[en][en] / std::abs(a[en][en]);
+            a = times(adjoint(d), a);
+            q = times(q, d);
+        }
+        a = times(a, q);
+        z = times(z, q);
+        for (std::size_t i = 0; i < n; ++i)
+            a[i][i] += s;
+    }
+    std::vector<number> w(n);
+    dense t = unit(n); // eigenvectors of the triangular form
+    for (std::size_t k = 0; k < n; ++k) {
+        w[k] = a[k][k];
+        for (std::size_t i = k; i-- > 0;) {
+            for (std::size_t j = i + 1; j <= k; ++j)
+                t[i][k] += a[i][j] * t[j][k];
+            t[i][k] /= w[k] - a[i][i];
+        }
+    }
+    v = times(z, t);
+    for (std::size_t k = 0; k < n; ++k) {
+        double length = 0.0;
+        for (std::size_t i = 0; i < n; ++i)
+            length += std::norm(v[i][k]);
+        for (std::size_t i = 0; i < n; ++i)
+            v[i][k] /= std::sqrt(length);
+    }
+    return w;
+}
+
+TEST(EispackChain, PhasesAreThoseOfThePublishedSteps) {
+    for (const char* name : {"random", "structure"}) {
+        for (const int n : {2, 3, 4, 7, 15}) {
+            SCOPED_TRACE(testing::Message() << name << " n " << n);
+            square a = family(name, n);
+            const double tolerance = 1e-8;
+            dense v;
+            const std::vector<number> w = reference_vectors(a, tolerance, v);
+            std::vector<complex> values(to_size(n));
+            square vectors(n);
+            eispack_cg(n, tolerance, a.table(), values.data(), vectors.table());
+            for (std::size_t k = 0; k < w.size(); ++k) {
+                const auto higher = [&](number x) { return x.real() > w[k].real(); };
+                const auto place = std::count_if(w.begin(), w.end(), higher);
+                EXPECT_LT(std::abs(plain(values[std::size_t(place)]) - w[k]), 1e-8);
+                for (int i = 0; i < n; ++i)
+                    EXPECT_LT(std::abs(vectors(i, int(place)) - v[std::size_t(i)][k]), 1e-6);
+            }
+        }
+    }
+}
+
+// ---- tests against eps, in the order of the routines ----
+
+struct balanced {
+    int low, igh;
+    double scale[4];
+};
+
+static balanced balance(square a) { // of order 3
+    balanced b = {};
+    cbal(3, a.table(), b.low, b.igh, b.scale);
+    return b;
+}
+
+static eigen_system upper_part(square h, std::vector<double> ortr = {}) {
+    const std::size_t size = std::size_t(h.n) + 1;
+    ortr.resize(size);
+    std::vector<double> orti(size);
+    eigen_system s = {std::vector<complex>(size), square(h.n), 0};
+    comqr2(h.n, 1, h.n, ortr.data(), orti.data(), h.table(), s.w.data(), s.v.table());
+    return s;
+}
+
+TEST(EispackChain, BalancingTakesElementsUpToEpsAsZero) {
+    eps = 1e-8;
+    for (const double small : {0.0, 0.9e-8, 1.1e-8}) {
+        square row = random_square(3, 1), column = random_square(3, 2);
+        row.at(0, 1) = row.at(0, 2) = {small, -small};
+        column.at(0, 2) = column.at(1, 2) = {-small, small};
+        const bool zero = small < eps;
+        balanced b = balance(row);
+        EXPECT_EQ(b.igh, zero ? 2 : 3);
+        EXPECT_EQ(b.low, 1);
+        EXPECT_EQ(b.scale[3], 1.0); // row 3 was exchanged with row 1, or nothing is scaled
+        b = balance(column);
+        EXPECT_EQ(b.low, zero ? 2 : 1);
+        EXPECT_EQ(b.igh, 3);
+        EXPECT_EQ(b.scale[1], zero ? 3.0 : 1.0);
+    }
+    // Row 1 times 1/16 leaves 1.25e-9 in column 3: below eps, so that row 3 stays.
+    square guarded(3);
+    guarded.at(0, 1) = {64.0, 0.0};
+    guarded.at(0, 2) = {2e-8, 0.0};
+    guarded.at(1, 0) = guarded.at(2, 0) = {0.5, 0.0};
+    const balanced g = balance(guarded);
+    EXPECT_EQ(g.scale[1], 16.0);
+    EXPECT_EQ(g.scale[2], 1.0);
+    EXPECT_EQ(g.scale[3], 1.0);
+    const balanced all = balance(family("identity", 3)); // every row isolated
+    EXPECT_EQ(all.low, 1);
+    EXPECT_EQ(all.igh, 1);
+}
+
+TEST(EispackChain, ReflectionsTakeSumsBelowEpsAsZero) {
+    eps = 1e-8;
+    const struct {
+        complex subdiagonal, below; // column 1
+        complex ort, reduced;       // ort(2), element (2,1) behind the reduction
+    } cases[] = {
+        {{0.4e-8, 0.0}, {0.0, 0.5e-8}, {0.0, 0.0}, {0.4e-8, 0.0}}, // sum below eps: as it was
+        {{0.0, 0.0}, {2.0, 0.0}, {2.0, 0.0}, {-2.0, 0.0}},         // nothing to take a phase from
+        {{0.0, 1e-9}, {2.0, 0.0}, {2.0, 1e-9}, {-2.0, -1e-9}},     // too little
+        {{0.0, 3.0}, {4.0, 0.0}, {0.0, 8.0}, {0.0, -5.0}},         // 3 i (1 + 5/3), -5 i
+    };
+    for (const auto& c : cases) {
+        square a = random_square(3, 3);
+        a.at(1, 0) = c.subdiagonal;
+        a.at(2, 0) = c.below;
+        double ortr[4] = {}, orti[4] = {};
+        corth(3, 1, 3, a.table(), ortr, orti);
+        EXPECT_NEAR(ortr[2], c.ort.re, 1e-14);
+        EXPECT_NEAR(orti[2], c.ort.im, 1e-14);
+        EXPECT_LT(std::abs(a(1, 0) - plain(c.reduced)), 1e-14);
+    }
+}
+
+TEST(EispackChain, IterationTakesSubdiagonalsBelowEpsAsZero) {
+    eps = 1e-8;
+    // 1e6 beside it: the eigenvalues 2, 1 feel a subdiagonal element unless it is dropped.
+    EXPECT_EQ(upper_part(matrix_2({2, 0}, {1e6, 0}, {0.9e-8, 0}, {1, 0})).w[0].re, 2.0);
+    EXPECT_GT(upper_part(matrix_2({2, 0}, {1e6, 0}, {1.1e-8, 0}, {1, 0})).w[0].re, 2.01);
+    // An imaginary part below eps is dropped: no phase moves; above, it turns the vectors.
+    const auto phase = [](double im) {
+        const eigen_system s = upper_part(matrix_2({1, 0}, {1e6, 0}, {2e-8, im}, {1, 0}));
+        return std::arg(s.v(1, 0));
+    };
+    EXPECT_EQ(phase(0.0), phase(0.9e-8));
+    EXPECT_GT(std::abs(phase(0.0) - phase(1.1e-8)), 0.1);
+    // No correction of the shift: equal diagonal elements and nothing above would give 0 / 0.
+    const eigen_system lower = upper_part(matrix_2({3, 0}, {0, 0}, {1, 0}, {3, 0}));
+    EXPECT_EQ(plain(lower.w[0]), number(3.0, 0.0));
+    EXPECT_EQ(plain(lower.w[1]), number(3.0, 0.0));
+    // Reflections with a first element below eps are not accumulated.
+    square h(3);
+    h.data = {{3, 0}, {0, 0}, {0, 0}, {0, 0}, {2, 0}, {0, 0}, {0, 0}, {0, 0}, {1, 0}};
+    h.at(2, 0) = {1.0, 0.0};
+    const auto turned = [&](double subdiagonal, double ort) {
+        h.at(1, 0) = {subdiagonal, 0.0};
+        return upper_part(h, {0, 0, ort, 0}).v(2, 1);
+    };
+    EXPECT_EQ(turned(0.9e-8, 1.0), 0.0);
+    EXPECT_EQ(turned(-1.0, 0.9e-8), 0.0);
+    EXPECT_NEAR(turned(-1.0, 1.0).real(), -1.0, 1e-7);
+}
+
+TEST(EispackChain, BackSubstitution) {
+    eps = 1e-8;
+    // A norm below eps ends the work in front of it: the vectors are left as they are.
+    EXPECT_EQ(upper_part(matrix_2({0, 0}, {0.9e-8, 0}, {0, 0}, {0.9e-8, 0})).v(0, 1), 0.0);
+    EXPECT_NEAR(upper_part(matrix_2({0, 0}, {2e-8, 0}, {0, 0}, {2e-8, 0})).v(0, 1).real(),
+                std::sqrt(0.5), 1e-12);
+    // Equal eigenvalues: the denominator is 1e-18 of the norm 40, since 1e-16 of it still counts.
+    const eigen_system jordan = upper_part(matrix_2({1, 0}, {40, 0}, {0, 0}, {1, 0}));
+    EXPECT_EQ(jordan.v(0, 1), 1.0);
+    EXPECT_NEAR(jordan.v(1, 1).real(), 1e-18, 1e-24);
+    // Many of them, each of which would add 16 orders of magnitude: columns are scaled on the way.
+    square block(30);
+    for (int i = 0; i < 30; ++i) {
+        block.at(i, i) = {1.0, 0.0};
+        if (i > 0)
+            block.at(i - 1, i) = {1.0, 0.0};
+    }
+    const eigen_system powers = upper_part(block);
+    for (int j = 0; j < 30; ++j)
+        EXPECT_NEAR(powers.v(0, j).real(), 1.0, 1e-12);
+    // A column scaled down in the middle keeps its direction: (1e10, 1) for the eigenvalue 2.
+    const eigen_system large = upper_part(matrix_2({1, 0}, {1e10, 0}, {0, 0}, {2, 0}));
+    EXPECT_NEAR(large.v(1, 1).real(), 1e-10, 1e-20);
+}
+
+// ---- sorts ----
+
+TEST(EigenSorts, OrderAndTies) {
+    const struct {
+        const char* name;
+        int flag;
+        std::vector<complex> values;
+        std::vector<int> from; // column that comes to each place
+    } cases[] = {
+        {"chain", 0, {{1, 0}, {2, 1}, {1, 2}, {2, 3}}, {1, 3, 0, 2}}, // equals keep their order
+        {"real", 1, {{1, 0}, {2, 1}, {1, 2}, {2, 3}}, {3, 1, 0, 2}},  // passes (2,3), (0,2)
+        {"real", 1, {{1, 0}, {2, 1}, {3, 2}, {3, 3}}, {3, 2, 1, 0}},  // passes (0,3), (1,2)
+        {"real", -1, {{1, 0}, {3, 1}, {-2, 2}}, {2, 0, 1}},
+        {"norm", 1, {{1, 0}, {0, 3}, {-2, 0}}, {1, 2, 0}},
+        {"norm", -2, {{0, 3}, {1, 0}, {-2, 0}}, {1, 2, 0}},
+    };
+    for (const auto& c : cases) {
+        const int n = int(c.values.size());
+        std::vector<complex> w = c.values;
+        square v(n);
+        for (int i = 0; i < n; ++i)
+            for (int j = 0; j < n; ++j)
+                v.at(i, j) = {double(i), double(j)};
+        if (c.name == std::string("chain"))
+            sort_eigval_eigvec(n, w.data(), v.table());
+        else
+            (c.name == std::string("real") ? re_part_csort : norm_csort)(n, w.data(), v.table(),
+                                                                         c.flag);
+        for (int j = 0; j < n; ++j) {
+            const int from = c.from[to_size(j)];
+            EXPECT_EQ(plain(w[to_size(j)]), plain(c.values[to_size(from)])) << c.name << j;
+            for (int i = 0; i < n; ++i)
+                EXPECT_EQ(v(i, j), number(i, from));
+        }
+    }
+}
+
+// ---- the entry ----
+
+TEST(Eigmat, ConsoleAndInput) {
+    const square diagonal = matrix_2({1, 0}, {0, 0}, {0, 0}, {2, 0.5});
+    const square invalid = matrix_2({nan_value, 0}, {1, 0}, {1, 0}, {0, 0});
+    square endless = family("cyclic", 3);
+    endless.at(0, 0) = {nan_value, 0.0};
+    const char* const dump = "$$ eigen values:\n0\t2\t0.5\n1\t1\t0\n"
+                             "$$ eigen vectors\n0\t0\t0\t0\n1\t0\t1\t0\n0\t1\t1\t0\n1\t1\t0\t0\n";
+    const struct {
+        int solver, n, monitor, dumps;
+        square matrix;
+        int status;
+        std::string out, err;
+    } cases[] = {
+        {0, 1, 1, 0, diagonal, 0, "$$ eigen values and vectors: eispack_cg\n", ""},
+        {1, 1, 1, 0, diagonal, 0,
+         "$$ eigen values and vectors: eigen_c_mat\n$$ (eigmat): eigen_c_mat = 1\n", ""},
+        {0, 2, 0, 1, diagonal, 0, dump, ""},
+        {1, 2, 0, 1, diagonal, 0, dump, ""},
+        {0, 0, 0, 0, diagonal, 0, "", ""},
+        {1, 0, 0, 0, diagonal, 0, "$$ (eigmat): eigen_c_mat = 3\n",
+         "$$ (eigen_c_mat) invalid n or epsilon.\n"},
+        {2, 2, 1, 1, diagonal, 1, "$$ Invalid epsilon.eigmat_func=2. Abort.\n", ""},
+        {-1, 2, 1, 1, diagonal, 1, "$$ Invalid epsilon.eigmat_func=-1. Abort.\n", ""},
+        {0, 2, 0, 0, invalid, 1, "$$ en=2, abort.\n", ""}, // never converges; no row en - 2
+        {0, 3, 0, 0, endless, 0, "", ""},                  // never converges, and says nothing
+        {1, 3, 0, 0, endless, 0, "$$ (eigmat): eigen_c_mat = 30000\n", ""},
+    };
+    for (const auto& c : cases) {
+        const outcome o = run_child([&] {
+            epsilon = {};
+            epsilon.eigen_eps = 1e-8;
+            epsilon.eigmat_func = c.solver;
+            dbg.process_mon_flag = c.monitor;
+            dbg.eigval_dump_flag = dbg.eigvec_dump_flag = c.dumps;
+            square matrix = c.matrix, vectors(3);
+            std::vector<complex> values(3);
+            eigmat(c.n, matrix.table(), values.data(), vectors.table());
+            const std::size_t bytes = matrix.data.size() * sizeof(complex);
+            if (std::memcmp(matrix.data.data(), c.matrix.data.data(), bytes) != 0)
+                std::puts("input changed");
+        });
+        EXPECT_EQ(o.status, c.status) << c.out;
+        EXPECT_EQ(o.out, c.out);
+        EXPECT_EQ(o.err, c.err);
+    }
+}
+
+// Whatever stands in a matrix, and whatever the tolerance: an end within the limits of the sweeps.
+TEST(Eigmat, EndsOnAnyInput) {
+    const double infinity = std::numeric_limits<double>::infinity();
+    for (const double value : {nan_value, infinity, 1.5e308, 1e-310}) {
+        for (const int place : {1, 5, 12}) {
+            for (const double tolerance : {1e-8, 0.0, -1.0, nan_value}) {
+                const auto both = [&] {
+                    square a = random_square(4, 5);
+                    a.data[to_size(place)].im = value;
+                    a.data[to_size(15 - place)].re = value;
+                    solve(1, a, tolerance);
+                    solve(0, a, tolerance);
+                };
+                const outcome o = run_child(both, 20);
+                EXPECT_TRUE(o.status == 0 || o.out.find("abort.") != std::string::npos)
+                    << value << " at " << place << " tolerance " << tolerance << ": " << o.status;
+            }
+        }
+    }
+}
+
+TEST(EigenCMat, EigenvaluesAloneAndEqualOnes) {
+    square a = random_square(6, 9), b = a;
+    std::vector<complex> with(6), alone(6);
+    square v(6);
+    EXPECT_EQ(eigen_c_mat(6, 1e-13, -1, a.table(), with.data(), v.table()), 0);
+    EXPECT_EQ(eigen_c_mat(6, 1e-13, 0, b.table(), alone.data(), nullptr), 0);
+    std::sort(alone.begin(), alone.end(), [](complex x, complex y) { return x.re < y.re; });
+    for (std::size_t j = 0; j < 6; ++j)
+        EXPECT_LT(std::abs(plain(with[j]) - plain(alone[j])), 1e-12);
+    // Two equal eigenvalues: the denominator is the tolerance, 5e-8, so the vector is (1, 5e-8).
+    const square equal = matrix_2({4, 0}, {1, 0}, {0, 0}, {4, 0});
+    EXPECT_NEAR(solve(1, equal, 1e-8).v(1, 1).real(), 5e-8, 1e-15);
+    EXPECT_NEAR(solve(1, equal, 1e-15).v(1, 1).real(), 5e-13, 1e-20); // 1e-13 at least
+}

@@ -1,0 +1,437 @@
+// SPDX-License-Identifier: MIT
+//
+// Atomic factors on tables whose interpolation error is known in closed form, their two files, and
+// structure factors: numbers worked by hand, direct sums over positions, the stock, low-order data.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <complex>
+
+#include <gtest/gtest.h>
+
+#include "control/orvel.h"
+#include "crystal_util.h"
+
+using namespace orvel;
+using namespace orvel_test;
+
+using cplx = std::complex<double>;
+static const double tau = 2 * std::acos(-1.0);
+
+static cplx std_of(complex z) { return {z.re, z.im}; }
+static void expect_near(complex got, cplx wanted, const std::string& what, double tolerance = 1e-11) {
+    EXPECT_NEAR(std::abs(std_of(got) - wanted), 0, tolerance * (1 + std::abs(wanted))) << what;
+}
+
+// ---- atomic factors -------------------------------------------------------------------------
+
+// x^n less the product of x - xs[i] over n points up to xs[last]: what the polynomial through these
+// points of x^n has at x. So the value tells which points were used.
+static double through(int n, const double* xs, int last, double x) {
+    double product = 1;
+    for (int i = last - n + 1; i <= last; ++i)
+        product *= x - xs[i];
+    return std::pow(x, n) - product;
+}
+
+TEST(AtomicFactors, Interpolation) {
+    const double xs[] = {0, 1, 3, 4, 7, 8}, quartic[] = {0, 1, 81, 256, 2401, 4096}, cubic[] = {0, 1, 27, 64, 343, 512};
+    EXPECT_DOUBLE_EQ(quad_int(xs, 2, cubic), through(3, xs, 2, 2));
+    EXPECT_DOUBLE_EQ(cub_int(xs + 2, 5, quartic + 2), through(4, xs, 5, 5));
+    static const struct {
+        double x;
+        int last;
+    } cases[] = {{-1, 3}, {2, 3}, {3, 4}, {3.5, 4}, {4, 5}, {9, 5}};
+    for (const auto& c : cases)
+        EXPECT_NEAR(cub_int_2(c.x, 6, xs, quartic), through(4, xs, c.last, c.x), 1e-10) << c.x;
+}
+
+// f = 2 everywhere; the decoded absorptive function is B^n M^n, coded with mlt = 10/5, add = 3.
+static bk_tbl power_table(int n, std::vector<double> gms2) {
+    bk_tbl t = {{}, {}, {}, {0.5, 1, 2, 3, 4, 6}, {}, 5, 3e6};
+    for (int i = 0; i < 27; ++i) {
+        t.dts[i] = 0.5 * i;
+        t.dt[i] = 2000;
+    }
+    std::copy(gms2.begin(), gms2.end(), t.gms2);
+    for (int i = 0; i < 6; ++i)
+        for (int j = 0; j < 10; ++j)
+            t.f[i][j] = (std::pow(t.gm[i] * t.gms2[j], n) * std::exp(-t.gms2[j]) + 3) / 2;
+    return t;
+}
+
+// beta^2 = 1 - 261127 / (100 x 1122 + 261127) = 112200 / 373327 at 100 kV.
+static const double f_over_beta = 2 / std::sqrt(112200.0 / 373327);
+
+TEST(AtomicFactors, AbsorptiveStencils) {
+    const bk_tbl quad = power_table(3, {0, .1, .3, .6, 1, 1.2, 1.4, 1.6, 1.8, 6});
+    static const struct {
+        double B, M;
+        int p[2], q[2]; // last rows and columns of the stencils whose mean is taken
+    } quads[] = {
+        {.7, .05, {2, 3}, {2, 3}},
+        {.7, .5, {2, 3}, {3, 4}},
+        {.7, 1.9, {2, 3}, {9, 9}},
+        {1, .2, {2, 3}, {2, 3}},
+        {1.5, .05, {2, 3}, {2, 2}},
+        {3.5, .05, {4, 5}, {2, 2}},
+        {5, .05, {5, 5}, {2, 2}},
+        {5, 1.9, {5, 5}, {9, 9}},
+        {5, 1.3, {5, 5}, {6, 7}},
+        {2.5, 1.9, {3, 4}, {9, 9}},
+        {2.5, 1.7, {3, 4}, {8, 9}},
+        {7, .5, {5, 5}, {3, 4}},
+    };
+    double f[2];
+    for (const auto& c : quads) {
+        const double B = std::fmin(c.B, 6); // M goes with the B as given
+        const double I = (through(3, quad.gm, c.p[0], B) + through(3, quad.gm, c.p[1], B)) / 2 *
+                         (through(3, quad.gms2, c.q[0], c.M) + through(3, quad.gms2, c.q[1], c.M)) / 2;
+        EXPECT_EQ(atom_bk(quad, std::sqrt(c.M / c.B), c.B, f, 100), c.B > 6 ? bk_b_outside_table : bk_in_range);
+        EXPECT_NEAR(f[1], f_over_beta * I, 1e-10 * (1 + std::fabs(I))) << c.B << " " << c.M;
+    }
+    const bk_tbl cubic = power_table(4, {0, .1, .3, .6, 1, 1.8, 2.5, 3.2, 4, 6});
+    static const struct {
+        double B, s;
+        int p, q; // last row and column
+    } cubics[] = {
+        {2, 1, 4, 7},
+        {.7, 2, 3, 8},
+        {2.5, 1, 4, 8},
+        {3.5, 1, 5, 9},
+        {5, 1, 5, 9},
+        {1.5, 2, 3, 9},
+    };
+    for (const auto& c : cubics) {
+        EXPECT_EQ(atom_bk(cubic, c.s, c.B, f, 100), bk_in_range);
+        const double I = through(4, cubic.gm, c.p, c.B) * through(4, cubic.gms2, c.q, c.B * c.s * c.s);
+        EXPECT_NEAR(f[1], f_over_beta * I, 1e-9 * std::fabs(I)) << c.B << " " << c.s;
+    }
+}
+
+TEST(AtomicFactors, RangesOfTheTable) {
+    const bk_tbl t = power_table(0, {0, .1, .3, .6, 1, 1.8, 2.5, 3, 4, 6}); // I = 1
+    static const struct {
+        double s, B, kv;
+        int status;
+        double f, absorptive;
+    } cases[] = {
+        {13, .5, 100, 0, 2, 0},
+        {13.001, 1, 100, 1, 0, 0},
+        {-1e-9, 1, 100, 3, 0, 0},
+        {0, 1, 0, 4, 0, 0},
+        {0, 1, -1, 4, 0, 0},
+        {0, 1, 10000.1, 4, 0, 0},
+        {0, -.1, 100, 2, 2, 0},
+        {0, .4, 100, 0, 2, 0},
+        {0, 6, 100, 0, 2, f_over_beta},
+        {1, 6, 100, 0, 2, f_over_beta},
+        {1, 6.1, 100, 2, 2, 0},
+        {.5, 7, 100, 2, 2, f_over_beta},
+        {2, .5, 100, 0, 2, f_over_beta},
+    };
+    for (const auto& c : cases) {
+        double f[2];
+        EXPECT_EQ(atom_bk(t, c.s, c.B, f, c.kv), c.status) << c.s << " " << c.B << " " << c.kv;
+        EXPECT_NEAR(f[0], c.f, 1e-13);
+        EXPECT_NEAR(f[1], c.absorptive, 1e-10) << c.s << " " << c.B;
+    }
+    double f[2];
+    EXPECT_EQ(atom_bk(t, 0, 1, f, 10000), bk_in_range);
+    EXPECT_NEAR(f[1], 2.0, 5e-3) << "v is nearly c";
+}
+
+// z = 6, f_x = 4 exp(-10 s^2) + 2: f(0.1) = 0.02393367 (4 - 4/e) / 0.1, limit 0.023934 x 40.
+TEST(AtomicFactors, MottFormula) {
+    const xdt_tbl row = {4, 10, 0, 1, 0, 1, 0, 1, 2, 6};
+    epsilon.general_eps = 1e-10;
+    EXPECT_NEAR(atomsf_xdt(0.1, row), 0.605158594, 1e-9);
+    EXPECT_DOUBLE_EQ(atomsf_xdt(0, row), 0.95736);
+    EXPECT_DOUBLE_EQ(atomsf_xdt(1e-10, row), 0.95736);
+    EXPECT_NEAR(atomsf_xdt(2e-10, row), 0.9573468, 2e-6);
+    expect_faults({{[&] { atomsf_xdt(-0.5, row); }, "$$ERROR: atomsf_dtxn (sq_s=-0.5)\n", ""},
+                   {[&] { atomsf_xdt(std::nan(""), row); }, "$$ERROR: atomsf_dtxn (sq_s=nan)\n", ""}});
+}
+
+static std::string numbers(int first, int n) {
+    std::string text;
+    for (int i = first; i < first + n; ++i)
+        text += std::to_string(i) + (i % 2 == 0 ? " " : ",\t");
+    return text + "\n";
+}
+
+TEST(AtomicFactors, Files) {
+    const table_dir dir;
+    write_file("orvelxdt.dat", "# Si\nSi1 any thing\nSi4\n \tSi,14 1 2 3 4\t5 6 7 8 -9 more\nSi 0 0 0 0 0 0 0 0 0 0\n");
+    char name[element_max] = "Si, x";
+    const xdt_tbl x = read_xdt_table(name);
+    EXPECT_STREQ(name, "Si");
+    EXPECT_EQ((std::vector<double>{x.a1, x.b1, x.a2, x.b2, x.a3, x.b3, x.a4, x.b4, x.c, x.z}), (std::vector<double>{1, 2, 3, 4, 5, 6, 7, 8, -9, 14}));
+
+    const std::string dts = "DTS x\n" + numbers(0, 9) + numbers(9, 9) + numbers(18, 9), gm = "GM\n" + numbers(0, 6);
+    const std::string head = dts + gm + "%\nGMS2\n" + numbers(0, 5) + numbers(5, 5), other = "A\nX\nX\nX\nX\nX\nX\nX\nX\nX\n";
+    const std::string codes = numbers(0, 13) + numbers(13, 13) + numbers(26, 13) + numbers(39, 13);
+    const std::string entry = "X\n7 8\n" + numbers(100, 9) + "COMMENT{\nX\n}COMMENT\n" + numbers(109, 9) + numbers(118, 9) + codes;
+    write_file("orvelbk.dat", head + other + "X \n1\n2\n3\n4\n5\n6\n7\n8\n9\n" + entry + numbers(52, 10));
+    const bk_tbl t = read_atom_dat_table("X");
+    EXPECT_EQ((std::vector<double>{t.dts[0], t.dts[26], t.gm[5], t.gms2[9], t.mlt_fct, t.add_fct, t.dt[0], t.dt[26]}),
+              (std::vector<double>{0, 26, 5, 9, 7, 8, 100, 126}));
+    EXPECT_EQ((std::vector<double>{t.f[0][0], t.f[1][0], t.f[0][1], t.f[4][8], t.f[5][9]}), (std::vector<double>{0, 1, 6, 52, 59}));
+
+    const std::string bad = "$$ Data format error in orvelbk.dat. Abort.\n", unknown = "$$ERROR: Element X was not found in orvelbk.dat\n";
+    const struct {
+        const std::string& message;
+        std::vector<std::string> tables;
+    } cases[] = {
+        {bad, {"", dts, dts + "GMS2\n", head + entry, head + "X", head + replaced(entry, "7 8", "7"), head + other + "X\r\n1 2\r\n"}},
+        {unknown, {head, head + other, head + "x\n"}},
+    };
+    for (const auto& c : cases) {
+        for (const std::string& table : c.tables) {
+            write_file("orvelbk.dat", table);
+            expect_faults({{[] { read_atom_dat_table("X"); }, c.message, ""}});
+        }
+    }
+}
+
+// ---- structure factors ----------------------------------------------------------------------
+
+static sym_op operation(std::string line) { return decode_sym_op(line.data()); }
+
+// One atom at x = 1/4: F(100) = f exp(-2 pi i/4) = -i f. A screw along z through it: 1 + exp(-2 pi i/4)
+// for 001. The operation (z, x, y + 1/4) takes (1/4, 0, 0) to (0, 1/4, 1/4): -i for 010 and 001.
+TEST(StructureFactors, PhasesByHand) {
+    atom site = {"", 0, 0, 0.25, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1};
+    const double one = 1, zero = 0, f = 2, f_abs = 0.5;
+    const sym_op same = operation("X,Y,Z"), screw[] = {same, operation("-X,-Y,Z+1/4")}, turn = operation("Z,X,Y+1/4");
+    expect_near(calc_structure_factor_ph(0, 0, 1, 0, 2, screw, 1, &site, &one, &zero), {1, -1}, "screw");
+    expect_near(calc_structure_factor_ph(0, 1, 0, 0, 1, &turn, 1, &site, &one, &zero), {0, -1}, "010");
+    expect_near(calc_structure_factor_ph(0, 0, 1, 0, 1, &turn, 1, &site, &one, &zero), {0, -1}, "001");
+    expect_near(calc_structure_factor_ph(1, 0, 0, 0, 1, &turn, 1, &site, &one, &zero), {1, 0}, "100");
+    site.B = 3;
+    site.occupancy = 0.25;
+    site.multiplicity = 2; // (2 + 0.5 i)(-i) exp(-3 x 0.2) / 2
+    expect_near(calc_structure_factor_ph(1, 0, 0, 0.2, 1, &same, 1, &site, &f, &f_abs), 0.5 * std::exp(-0.6) * cplx(0.5, -2), "100");
+    // The tensor takes the rotated indices (1, 2, 3) of 312, the translation the given ones: exp(-pi i).
+    site = {"", 1, 0, 0, 0, 0, 1, 0, .01, .04, .09, .001, .002, .003, 1};
+    expect_near(calc_structure_factor_ph(3, 1, 2, 9, 1, &turn, 1, &site, &one, &zero),
+                std::polar(std::exp(-(.01 + .16 + .81 + 2 * (.002 + .006 + .018))), -tau / 2), "anisotropic");
+}
+
+// A direct sum over distinct positions, which owes nothing to the program's own helpers.
+static cplx direct_sum(const csd& c, hkl g, double sq_s, const double* f, const double* f_abs) {
+    cplx sum = 0;
+    for (int i = 0; i < c.num_site; ++i) {
+        const atom& s = c.site[i];
+        std::vector<std::array<double, 3>> seen;
+        for (int n = 0; n < c.num_sym_op; ++n) {
+            const sym_op& op = c.sym_op[n];
+            std::array<double, 3> p;
+            for (std::size_t a = 0; a < 3; ++a)
+                p[a] = op.rot[a] * s.x + op.rot[3 + a] * s.y + op.rot[6 + a] * s.z + op.trans[a];
+            const auto is_p = [&](const std::array<double, 3>& q) {
+                return std::hypot(std::remainder(p[0] - q[0], 1), std::remainder(p[1] - q[1], 1), std::remainder(p[2] - q[2], 1)) < 1e-4;
+            };
+            if (std::any_of(seen.begin(), seen.end(), is_p))
+                continue;
+            seen.push_back(p);
+            sum += s.occupancy * std::exp(-s.B * sq_s) * cplx(f[i], f_abs[i]) * std::polar(1.0, -tau * (g.h * p[0] + g.k * p[1] + g.l * p[2]));
+        }
+    }
+    return sum;
+}
+
+// Sums against direct sums; each equivalent that the stock derives against a sum of its own (the
+// centring of R has thirds of seven digits), and tabled phases against plain ones.
+TEST(StructureFactors, AgreeWithDirectSums) {
+    const table_dir dir;
+    static const struct {
+        const char* lattice;
+        const char* special; // a special position, if there is one
+    } cases[] = {
+        {"2\n3\n4\n5\n80\n95\n110\n", "0.5\n0\n0\n"},
+        {"62\n5\n6\n7\n90\n90\n90\n", "0.1\n0.25\n0.4\n"},
+        {"166\n4\n4\n9\n90\n90\n120\n", "0\n0\n0.2\n"},
+        {"144\n5\n5\n7\n90\n90\n120\n", "0.3\n0.1\n0\n"}, // a screw axis of one hand
+        {"194\n3\n3\n5\n90\n90\n120\n", "0.3333333333333333\n0.6666666666666667\n0.25\n"},
+        {"227\n5.4\n5.4\n5.4\n90\n90\n90\n", "0.125\n0.125\n0.125\n"},
+    };
+    const double f[2] = {2, 3}, f_abs[2] = {0.2, 0.1};
+    for (const auto& c : cases) {
+        crystal cr(crystal_text(c.lattice, {"Si\n" + std::string(c.special) + "ISO\n0.5\n1\n0\n", "O\n0.11\n0.23\n0.37\nISO\n0.8\n0.6\n1\n"}));
+        const lattice lat = lattice_of(cr);
+        fg_stock stock = new_stock();
+        phase_table phases = new_phase_table(cr, {9, 9, 9});
+        for (const hkl g : {hkl{0, 0, 0}, {1, 1, 1}, {-2, 0, 2}, {1, 2, 3}, {2, -1, 5}, {0, 0, 6}, {9, 9, -9}}) {
+            const std::string what = c.lattice + std::to_string(g.h) + std::to_string(g.k) + std::to_string(g.l);
+            const double sq_s = sq_abs(hkl2rhkl(g.h, g.k, g.l), lat) / 4;
+            expect_near(calc_structure_factor_ph(g.h, g.k, g.l, sq_s, cr.num_sym_op, cr.sym_op, 2, cr.site, f, f_abs),
+                        direct_sum(cr, g, sq_s, f, f_abs), what);
+            int flag, n = stock.count;
+            for (stocked_fg(g, cr, 100, lat, stock, flag); n < stock.count; ++n) {
+                const cplx plain = std_of(crystal_fg(fg_total, stock.g[n], cr, 100, lat, nullptr, flag));
+                expect_near(stock.fg[n], plain, what, cr.r_hex_axes == 1 ? 1e-4 : 1e-11);
+                if (in_phase_table(phases, stock.g[n]))
+                    expect_near(crystal_fg(fg_total, stock.g[n], cr, 100, lat, &phases, flag), plain, what);
+            }
+        }
+        free_phase_table(phases);
+        free_stock(stock);
+    }
+}
+
+static const std::string triclinic = "1\n3\n4\n5\n80\n95\n110\n";
+static const std::string two_atoms[] = {"Ga\n.1\n.2\n.05\nISO\n0.6\n1\n0\n", "As\n.6\n.7\n.5\nISO\n0.5\n0.9\n1\n"};
+
+// beta_ij = (B/4) a*_i.a*_j is an isotropic B. A twofold axis along [1 1 0] takes the tensor of the
+// site to (22, 11, 33, 12, -23, -13) at (y, x, -z).
+TEST(StructureFactors, AnisotropicSites) {
+    const table_dir dir;
+    epsilon.general_eps = 1e-10;
+    crystal c(crystal_text(triclinic, {two_atoms[0], two_atoms[1]}));
+    const lattice lat = lattice_of(c);
+    int flag;
+    const cplx isotropic = std_of(crystal_fg(fg_total, {1, -2, 3}, c, 200, lat, nullptr, flag));
+    for (int i = 0; i < 2; ++i) {
+        atom& s = c.site[i];
+        const double b = s.B / 4;
+        s = {"", 1, s.af, s.x, s.y, s.z, 1, -1, b * lat.as2, b * lat.bs2, b * lat.cs2, b * lat.asbs, b * lat.ascs, b * lat.bscs, s.occupancy};
+    }
+    expect_near(crystal_fg(fg_total, {1, -2, 3}, c, 200, lat, nullptr, flag), isotropic, "equal tensors");
+    EXPECT_NEAR(c.site[0].B, 0.6, 1e-12);
+
+    const sym_op same = operation("X,Y,Z"), axis[] = {same, operation("Y,X,-Z")};
+    const atom site = {"", 1, 0, .1, .2, .3, 1, 0, .01, .02, .03, .004, .005, .006, 1};
+    const atom pair[] = {site, {"", 1, 0, .2, .1, -.3, 1, 0, .02, .01, .03, .004, -.006, -.005, 1}};
+    const double f[] = {1, 1}, f_abs[] = {0, 0};
+    expect_near(calc_structure_factor_ph(2, -1, 3, 0, 2, axis, 1, &site, f, f_abs),
+                std_of(calc_structure_factor_ph(2, -1, 3, 0, 1, &same, 2, pair, f, f_abs)), "twofold axis");
+}
+
+// Elastic and absorptive parts are each of a real function: P(-g) = E* + i A* where P(g) = E + i A.
+// Every part is the sum with its own factors.
+TEST(StructureFactors, PartsAndTheirSymmetry) {
+    const table_dir dir;
+    crystal c(crystal_text(triclinic, {two_atoms[0], two_atoms[1]}));
+    const lattice lat = lattice_of(c);
+    int flag;
+    const auto part = [&](fg_part p, int h, int k, int l) { return std_of(crystal_fg(p, {h, k, l}, c, 200, lat, nullptr, flag)); };
+    const cplx i(0, 1), E = part(fg_ela, 2, 1, -1), iA = part(fg_inela, 2, 1, -1);
+    EXPECT_GT(std::abs(iA), 0.01);
+    EXPECT_NEAR(std::abs(part(fg_total, 2, 1, -1) - E - iA), 0, 1e-12);
+    EXPECT_NEAR(std::abs(part(fg_total, -2, -1, 1) - std::conj(E) - i * std::conj(iA / i)), 0, 1e-12);
+
+    const double sq_s = sq_abs({2, 1, -1}, lat) / 4, no[2] = {}, z[2] = {31, 33};
+    double pair[2][2], f[2], f_abs[2];
+    for (int s = 0; s < 2; ++s) {
+        atom_bk(c.bk[s], std::sqrt(sq_s), c.site[s].B, pair[s], 200);
+        f[s] = s == 0 ? atomsf_xdt(sq_s, c.xdt[s]) : pair[s][0]; // af 0 and 1
+        f_abs[s] = pair[s][1];
+    }
+    expect_near(calc_Fg_ela(2, 1, -1, 1, c.sym_op, 2, c.site, c.xdt, c.bk, 200, lat), direct_sum(c, {2, 1, -1}, sq_s, f, no), "elastic");
+    expect_near(calc_Fg_inela(2, 1, -1, 1, c.sym_op, 2, c.site, c.bk, 200, lat), direct_sum(c, {2, 1, -1}, sq_s, no, f_abs), "absorptive");
+    expect_near(calc_z_factor(2, 1, -1, 1, c.sym_op, 2, c.site, c.xdt, lat), direct_sum(c, {2, 1, -1}, sq_s, z, no), "charges");
+    EXPECT_NEAR(calc_F_0_re(1, 2, c.site, c.bk), (c.bk[0].dt[0] + 0.9 * c.bk[1].dt[0]) / 1000, 1e-12);
+    // Beyond s = 6 the Mott factor stands alone and the flag tells.
+    expect_near(calc_structure_factor(40, 0, 0, 1, c.sym_op, 1, c.site, c.xdt, c.bk, 200, lat, flag),
+                std_of(calc_Fg_ela(40, 0, 0, 1, c.sym_op, 1, c.site, c.xdt, c.bk, 200, lat)), "beyond the table");
+    EXPECT_EQ(flag, 1);
+    expect_near(calc_structure_factor(40, 0, 0, 1, c.sym_op, 1, c.site + 1, c.xdt, c.bk, 200, lat, flag), 0, "beyond the table");
+    c.site[0].af = 2; // a word of the elastic part alone
+    const double bk_alone[2] = {pair[0][0], f[1]};
+    EXPECT_NEAR(std::abs(part(fg_ela, 2, 1, -1) - direct_sum(c, {2, 1, -1}, sq_s, bk_alone, no)), 0, 1e-12);
+    const auto total = [&] { calc_structure_factor(1, 0, 0, 1, c.sym_op, 2, c.site, c.xdt, c.bk, 200, lat, flag); };
+    expect_faults({{total, "$$ Invalid af. Abort.\n", ""},
+                   {[&] { part(fg_inela, 1, 0, 0); }, "$$ Invalid af. Abort.\n", ""},
+                   {[&] { c.site[0].af = -1; part(fg_ela, 1, 0, 0); }, "$$ Invalid af. Abort.\n", ""},
+                   {[&] { c.site[0] = c.site[1]; c.site[0].bf = 2; total(); }, "ERROR: Invalid atom.bf. Abort.\n", ""},
+                   {[&] { lofg_to_fg(1, 0, 0, 5, lofg_value(), 1, c.sym_op, 2, c.site, c.bk, c.xdt, 200, lat); }, "$$ Invalid lof_type. Abort.\n", ""}});
+}
+
+TEST(StructureFactors, StockAndItsCapacity) {
+    const table_dir dir;
+    epsilon.general_eps = 1e-10;
+    crystal c(crystal_text("227\n5.43\n5.43\n5.43\n90\n90\n90\n", {"Si\n.125\n.125\n.125\nISO\n0.5\n1\n0\n"}));
+    const lattice lat = lattice_of(c);
+    fg_stock stock = new_stock();
+    phase_table phases = new_phase_table(c, {3, 3, 3});
+    stock.phases = &phases; // all but the far reflections use them
+    int flag = 7;
+    const auto value = [&](int h, int k, int l) { return std_of(stocked_fg({h, k, l}, c, 100, lat, stock, flag)); };
+    EXPECT_EQ(value(1, 0, 0), 0.0);
+    EXPECT_EQ(flag, 0);
+    expect_near({calc_F_0_re(192, 1, c.site, c.bk), 0}, 8 * c.bk[0].dt[0] / 1000, "eight atoms at zero angle");
+    EXPECT_EQ(stock.count, 6) << "a forbidden reflection is stocked with its equivalents";
+    const cplx beyond = value(80, 0, 0);
+    EXPECT_EQ(flag, 1);
+    EXPECT_EQ(value(0, -80, 0).real() + value(80, 0, 0).real(), 2 * beyond.real());
+    EXPECT_EQ(flag, 0) << "what is stocked raises no flag";
+
+    stock_fg_tbl_sym(1, 1, 1, {5, 0}, stock, c.num_sym_op, c.sym_op);
+    stock_fg_tbl_sym(1, 1, 1, {6, 0}, stock, c.num_sym_op, c.sym_op);
+    EXPECT_EQ(value(1, 1, 1), 5.0) << "the earlier value counts";
+    EXPECT_EQ(stock.count, 12 + 8 + 1);
+    EXPECT_EQ(search_g_table(stock.count, 1, 1, 1, stock.g), 12);
+    EXPECT_EQ(search_g_table(12, 1, 1, 1, stock.g), -1);
+    const sym_op same = operation("X,Y,Z");
+    for (int h = 1000; stock.count < stock_max - 5; ++h)
+        stock_fg_tbl_sym(h, 0, 0, {1, 0}, stock, 1, &same);
+    EXPECT_NE(value(1, 3, 5), 0.0);
+    // The last five places go to the reflection and its first equivalents in the order of the operations.
+    for (int n = 0, place = stock_max - 4; place < stock_max && n < c.num_sym_op; ++n) {
+        const hkl e = gen_reflex({1, 3, 5}, c.sym_op[n]);
+        const int found = search_g_table(stock.count, e.h, e.k, e.l, stock.g);
+        EXPECT_TRUE(found == place || (found >= stock_max - 5 && found < place)) << n << " " << found;
+        place += found == place;
+    }
+    const cplx late = value(3, 3, 5);
+    EXPECT_EQ(stock.count, stock_max);
+    EXPECT_EQ(search_stock(stock, {3, 3, 5}), -1);
+    EXPECT_EQ(value(3, 3, 5), late) << "a full stock changes no value";
+    flag = 7;
+    EXPECT_EQ(value(1, 1, 1), 5.0);
+    EXPECT_EQ(flag, 0);
+    free_phase_table(phases);
+    free_stock(stock);
+}
+
+TEST(StructureFactors, LowOrderKinds) {
+    const table_dir dir;
+    epsilon.general_eps = 1e-10;
+    const double f[] = {2, 4}, f_abs[] = {3, 5};
+    const std::string factors = "2\n3\n4\n5\n";
+    const struct {
+        int type;
+        std::string values;
+        bool absorptive_on_top;
+    } cases[] = {{1, "2\n3\n", false}, {2, "2\n3\n", true}, {3, factors, false}, {4, factors, true}};
+    for (const auto& k : cases) {
+        const std::string low = "2\n" + std::to_string(k.type) + "\n0 1 2\n" + k.values + "0 -1 -2\n" + k.values;
+        crystal c(crystal_text(replaced(triclinic, "1", "2"), {two_atoms[0], two_atoms[1]}, low));
+        const lattice lat = lattice_of(c);
+        int flag;
+        cplx wanted = k.type < 3 ? cplx(2, 3) : direct_sum(c, {0, 1, 2}, sq_abs({0, 1, 2}, lat) / 4, f, f_abs);
+        if (k.absorptive_on_top)
+            wanted += std_of(crystal_fg(fg_inela, {0, 1, 2}, c, 100, lat, nullptr, flag));
+        fg_stock stock = new_stock_with_lofg(c, 100, lat);
+        EXPECT_EQ(stock.count, 3) << "the second entry is an equivalent of the first";
+        expect_near(stocked_fg({0, 1, 2}, c, 100, lat, stock, flag), wanted, "entry");
+        expect_near(stocked_fg({0, -1, -2}, c, 100, lat, stock, flag), wanted, "equivalent");
+        free_stock(stock);
+    }
+}
+
+// 1/0.020886563 = 47.8777 V A^2. V = 100 A^3 at 100 kV: Ug = 1.19569507 / (100 pi) = 0.00380601562
+// and xi = 1 / (Ug x 0.0370143766).
+TEST(StructureFactors, Conversions) {
+    const lattice lat = bravai(4, 5, 5, 90, 90, 90);
+    expect_near(fg_to_vg({1, -2}, lat), cplx(1, -2) * 100.0 / 0.020886563 / 10000.0, "Vg");
+    EXPECT_NEAR(fg_to_vg({1, 0}, lat).re, 0.478777, 5e-7);
+    EXPECT_NEAR(fg_to_ug({1, 2}, 100, lat).im, 2 * 0.00380601562, 1e-11);
+    const double gamma = relativ_corr(100), lambda = wavelength(100);
+    expect_near(vg_to_ug(fg_to_vg({3, 4}, lat), gamma), std_of(fg_to_ug({3, 4}, 100, lat)), "Ug");
+    EXPECT_NEAR(fg_to_xig2({0, -1}, gamma, lambda, lat), 1 / (0.00380601562 * 0.0370143766), 1e-4);
+    EXPECT_NEAR(vg_to_xig(fg_to_vg({3, 4}, lat), gamma, lambda), fg_to_xig2({5, 0}, gamma, lambda, lat), 1e-6);
+    EXPECT_EQ(fg_to_xig2({0, 2e-10}, gamma, lambda, lat), 1e10);
+    EXPECT_EQ(vg_to_xig({0, 0}, gamma, lambda), 1e10);
+}
