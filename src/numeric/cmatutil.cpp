@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "numeric/clones.h"
+#include "numeric/lb_rows.h"
 #include "numeric/vecmat.h"
 
 namespace orvel {
@@ -15,18 +17,12 @@ void c_matcopy2(int n, const complex* const* src, complex** dst) {
 
 // row (m elements) = a_row (l elements) times b (l by m). The inner index runs outside, so that
 // memory is walked in order; each element still sees it in ascending order.
+ORVEL_VECTOR_CLONES
 static void row_times_matrix(int m, int l, complex* row, const complex* a_row, const complex* const* b) {
     for (int j = 0; j < m; ++j)
         row[j] = {0.0, 0.0};
-    for (int k = 0; k < l; ++k) {
-        const double re = a_row[k].re;
-        const double im = a_row[k].im;
-        const complex* b_row = b[k];
-        for (int j = 0; j < m; ++j) {
-            row[j].re += re * b_row[j].re - im * b_row[j].im;
-            row[j].im += re * b_row[j].im + im * b_row[j].re;
-        }
-    }
+    for (int k = 0; k < l; ++k)
+        row_add(m, row, a_row[k], b[k]);
 }
 
 void c_matmult(int n, int m, int l, complex** c, const complex* const* a, const complex* const* b) {
