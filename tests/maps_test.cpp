@@ -308,6 +308,9 @@ TEST(Maps, Searches) {
         EXPECT_TRUE(begins_with(read_file("a_fg0.txt"), "# beam_search " + c.head + "# [0 0 1]\n# Exact= ")) << c.block;
         EXPECT_EQ(read_file("a_ptim.3ed"), expected) << c.block;
     }
+    // A disk of radius 1 excites what its centre alone (|s| = 0.0007 and more) would not.
+    const outcome disk = run(parameters(ed2, waves, "2\n12 0.3 0 0\n0.0005 0.0005 1e11\n"));
+    EXPECT_TRUE(contains(disk.out, "Beam search (sg)... Exact = 5, Bethe = 0\n")) << disk.out;
 }
 
 // Beyond the scattering tables the potential jobs warn, if it is the last structure factor that is

@@ -269,12 +269,17 @@ TEST(Ends, MessagesStreamsStatus) {
     EXPECT_EQ(good.status, 0);
 }
 
+namespace {
+
 // A setting with its default.
 struct setting {
     std::string name;
     double (*value)();
     double standard;
 };
+
+} // namespace
+
 static setting setting_of(const char* name, double (*value)(), double standard) {
     return {name, value, standard};
 }

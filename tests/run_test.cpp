@@ -36,6 +36,8 @@ static std::string with_cr(std::string text) {
     return text;
 }
 
+namespace {
+
 // A run in a fresh directory with the data tables, for one parameter file.
 struct run_dir : temp_dir {
     run_dir() {
@@ -48,6 +50,8 @@ struct run_dir : temp_dir {
         return run_orvel(path, {name});
     }
 };
+
+} // namespace
 
 TEST(Run, ConsoleAndLogOfANormalRun) {
     const run_dir dir;

@@ -300,7 +300,8 @@ TEST(SolverJobs, AgreeWithSimMode) {
         const std::vector<string> states = lines_of(read_file("a_kn.txt"));
         for (std::size_t j : {0U, 1U}) {
             const double* group = &ds.at(0).at(5 + 5 * j);
-            EXPECT_EQ(states.at(2 + j), number(j + 1.0) + ": " + number(group[0]) + " " + number(group[1]) + " " + number(group[2]));
+            EXPECT_EQ(states.at(2 + j), std::to_string(j + 1) + ": " + number(group[0]) + " " + number(group[1]) + " " +
+                                            number(group[2]));
         }
         for (std::size_t t : {0U, 1U}) {
             const int number_of_t = static_cast<int>(t);
@@ -437,8 +438,8 @@ TEST(SolverJobs, BlochStatesOnTheCell) {
         char value[32], excitation[32];
         ASSERT_EQ(std::sscanf(states.at(i + 1).c_str(), "%*d: %31s %*s %31s", value, excitation), 2);
         EXPECT_NEAR(std::atof(excitation), std::norm(C_0), 1e-5);
-        EXPECT_EQ(lines_of(read_file("a_b" + number(double(i)) + ".txt")).at(1),
-                  "# branch:" + number(double(i)) + ", eigen_val:" + value + ", excitation(eps^2):" + excitation);
+        EXPECT_EQ(lines_of(read_file("a_b" + std::to_string(i) + ".txt")).at(1),
+                  "# branch:" + std::to_string(i) + ", eigen_val:" + value + ", excitation(eps^2):" + excitation);
         for (std::size_t j = 1; j <= i; ++j)
             EXPECT_LT(std::abs(overlap[j] - (i == j ? 1.0 : 0.0)), 1e-5) << i << " " << j;
     }
@@ -448,7 +449,8 @@ TEST(SolverJobs, BlochStatesOnTheCell) {
 // wave number then, here that of the vacuum, and its potentials behind the next pass.
 TEST(SolverJobs, WaveNumberOfTheSurface) {
     problem chain = pair;
-    chain.crystal = crystal_text("1\n4\n5\n6\n90\n90\n90\n", {"Si\n0\n0\n0\nISO\n0.3\n=q CST p\n0\n", "Si\n=1 CST q\n0\n0\nISO\n0.3\n0\n0\n"});
+    chain.crystal = crystal_text("1\n4\n5\n6\n90\n90\n90\n", {"Si\n0\n0\n0\nISO\n0.3\n=q CST p\n0\n",
+                                                              "Si\n=1 CST q\n0\n0\nISO\n0.3\n0\n0\n"});
     const job_dir dir;
     run_to_end(dir, file(dispsurf, chain));
     const std::vector<double> tilt = numbers(read_file("a_ds.txt")).at(0);

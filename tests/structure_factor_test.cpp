@@ -63,49 +63,39 @@ static bk_tbl power_table(int n, std::vector<double> gms2) {
 // beta^2 = 1 - 261127 / (100 x 1122 + 261127) = 112200 / 373327 at 100 kV.
 static const double f_over_beta = 2 / std::sqrt(112200.0 / 373327);
 
+namespace {
+// first and last: the last rows or columns of the stencils whose mean is taken at x; of a cubic one last.
+struct stencil {
+    double x;
+    int first, last;
+};
+} // namespace
+
 TEST(AtomicFactors, AbsorptiveStencils) {
     const bk_tbl quad = power_table(3, {0, .1, .3, .6, 1, 1.2, 1.4, 1.6, 1.8, 6});
-    static const struct {
-        double B, M;
-        int p[2], q[2]; // last rows and columns of the stencils whose mean is taken
-    } quads[] = {
-        {.7, .05, {2, 3}, {2, 3}},
-        {.7, .5, {2, 3}, {3, 4}},
-        {.7, 1.9, {2, 3}, {9, 9}},
-        {1, .2, {2, 3}, {2, 3}},
-        {1.5, .05, {2, 3}, {2, 2}},
-        {3.5, .05, {4, 5}, {2, 2}},
-        {5, .05, {5, 5}, {2, 2}},
-        {5, 1.9, {5, 5}, {9, 9}},
-        {5, 1.3, {5, 5}, {6, 7}},
-        {2.5, 1.9, {3, 4}, {9, 9}},
-        {2.5, 1.7, {3, 4}, {8, 9}},
-        {7, .5, {5, 5}, {3, 4}},
-    };
+    const stencil rows[] = {{.7, 2, 3}, {1, 2, 3}, {1.5, 2, 3}, {2.5, 3, 4}, {3.5, 4, 5}, {5, 5, 5}, {7, 5, 5}};
+    const stencil columns[] = {{.05, 2, 2}, {.2, 2, 3}, {.5, 3, 4}, {1.3, 6, 7}, {1.7, 8, 9}, {1.9, 9, 9}};
     double f[2];
-    for (const auto& c : quads) {
-        const double B = std::fmin(c.B, 6); // M goes with the B as given
-        const double I = (through(3, quad.gm, c.p[0], B) + through(3, quad.gm, c.p[1], B)) / 2 *
-                         (through(3, quad.gms2, c.q[0], c.M) + through(3, quad.gms2, c.q[1], c.M)) / 2;
-        EXPECT_EQ(atom_bk(quad, std::sqrt(c.M / c.B), c.B, f, 100), c.B > 6 ? bk_b_outside_table : bk_in_range);
-        EXPECT_NEAR(f[1], f_over_beta * I, 1e-10 * (1 + std::fabs(I))) << c.B << " " << c.M;
+    for (const stencil& p : rows) {
+        for (const stencil& q : columns) {
+            const double B = std::fmin(p.x, 6), M = q.x; // M goes with the B as given
+            const int q_last = p.x < 1 && M < .1 ? 3 : q.last;
+            const double I = (through(3, quad.gm, p.first, B) + through(3, quad.gm, p.last, B)) / 2 *
+                             (through(3, quad.gms2, q.first, M) + through(3, quad.gms2, q_last, M)) / 2;
+            EXPECT_EQ(atom_bk(quad, std::sqrt(M / p.x), p.x, f, 100), p.x > 6 ? bk_b_outside_table : bk_in_range);
+            EXPECT_NEAR(f[1], f_over_beta * I, 1e-10 * (1 + std::fabs(I))) << p.x << " " << M;
+        }
     }
     const bk_tbl cubic = power_table(4, {0, .1, .3, .6, 1, 1.8, 2.5, 3.2, 4, 6});
-    static const struct {
-        double B, s;
-        int p, q; // last row and column
-    } cubics[] = {
-        {2, 1, 4, 7},
-        {.7, 2, 3, 8},
-        {2.5, 1, 4, 8},
-        {3.5, 1, 5, 9},
-        {5, 1, 5, 9},
-        {1.5, 2, 3, 9},
-    };
-    for (const auto& c : cubics) {
-        EXPECT_EQ(atom_bk(cubic, c.s, c.B, f, 100), bk_in_range);
-        const double I = through(4, cubic.gm, c.p, c.B) * through(4, cubic.gms2, c.q, c.B * c.s * c.s);
-        EXPECT_NEAR(f[1], f_over_beta * I, 1e-9 * std::fabs(I)) << c.B << " " << c.s;
+    const stencil cubic_rows[] = {{.7, 0, 3}, {1.5, 0, 3}, {2, 0, 4}, {2.5, 0, 4}, {3.5, 0, 5}, {5, 0, 5}};
+    for (const stencil& p : cubic_rows) {
+        for (const stencil& q : {stencil{2, 0, 7}, {2.1, 0, 7}, {2.8, 0, 8}, {3.5, 0, 9}, {5, 0, 9}}) {
+            if (q.x == 2 && p.x != 2)
+                continue; // M = 2 without rounding
+            atom_bk(cubic, std::sqrt(q.x / p.x), p.x, f, 100);
+            const double I = through(4, cubic.gm, p.last, p.x) * through(4, cubic.gms2, q.last, q.x);
+            EXPECT_NEAR(f[1], f_over_beta * I, 1e-9 * std::fabs(I)) << p.x << " " << q.x;
+        }
     }
 }
 

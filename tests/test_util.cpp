@@ -11,12 +11,32 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "control/orvel.h"
+
 namespace fs = std::filesystem;
 
 // Sanitizers: memory that is not to be had gives null, as without them, and a report has a status
 // of its own.
 static const char* const asan_options = "allocator_may_return_null=1:exitcode=99";
 extern "C" const char* __asan_default_options() { return asan_options; }
+
+// Every test begins with the default settings, alone or behind others.
+namespace {
+struct default_settings : testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo&) override {
+        const std::string word = "EPS_CONTROL_PARAMETERS";
+        std::FILE* block = orvel_test::text_stream(word + "{\n}" + word + "\n");
+        orvel::dbg = {};
+        orvel::dbg.print_bij_flag = 1;
+        orvel::read_eps_ctrl_params(block);
+        std::fclose(block);
+    }
+};
+const bool listening = [] {
+    testing::UnitTest::GetInstance()->listeners().Append(new default_settings);
+    return true;
+}();
+} // namespace
 
 namespace orvel_test {
 

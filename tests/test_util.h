@@ -2,7 +2,8 @@
 //
 // Helpers shared by the tests: a working directory of its own for each test, files as texts, and
 // child processes whose output streams and status are caught. A child that hangs is ended by a
-// time limit; a report of a sanitizer in a child fails the test that started it.
+// time limit; a report of a sanitizer in a child fails the test that started it. Each test of a
+// program that links this begins with the default settings.
 #pragma once
 
 #include <filesystem>

@@ -17,7 +17,7 @@ struct expression {
     const char* rest; // text behind the last token's operator
     char operation;   // operator behind the last token; '\0' at the end
     double sum;
-    double factor;    // product of the tokens of the open term, with its sign
+    double factor; // product of the tokens of the open term, with its sign
 };
 expression begin_expression(const char* expr);
 bool next_token(expression& e, char* token); // expr_max characters; false behind the last one

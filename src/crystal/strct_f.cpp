@@ -85,24 +85,24 @@ static void set_equivalent_B(atom& site, lattice lat) {
               2 * (site.beta12 * lat.ab + site.beta23 * lat.bc + site.beta13 * lat.ac));
 }
 
-// The atomic factor of a site: elastic part, and absorptive part as imaginary one. flag becomes 1 if
-// the absorptive tables do not cover the reflection.
-static complex atomic_factor(fg_part part, double sq_s, const atom& site, const xdt_tbl* xdt, const bk_tbl* bk,
+// The atomic factor of site i: elastic part, and absorptive part as imaginary one. A table that the
+// part does not need may be null. flag becomes 1 if the absorptive tables do not cover the reflection.
+static complex atomic_factor(fg_part part, double sq_s, const atom& site, int i, const xdt_tbl* xdt, const bk_tbl* bk,
                              double kv, int& flag) {
     const bool elastic = part == fg_total || part == fg_ela;
     // 2 means a Bird & King factor in the elastic part alone, and nowhere else.
     if (part != fg_z && site.af != 0 && site.af != 1 && !(part == fg_ela && site.af == 2))
         ov_abort(stdout, "$$ Invalid af. Abort.\n");
     if (part == fg_z)
-        return {xdt->z, 0.0};
+        return {xdt[i].z, 0.0};
     if (part == fg_ela && site.af == 0)
-        return {atomsf_xdt(sq_s, *xdt), 0.0};
+        return {atomsf_xdt(sq_s, xdt[i]), 0.0};
     double f[2];
-    if (atom_bk(*bk, std::sqrt(sq_s), site.B, f, kv) > bk_in_range)
+    if (atom_bk(bk[i], std::sqrt(sq_s), site.B, f, kv) > bk_in_range)
         flag = 1;
     if (!elastic)
         return {0.0, f[1]};
-    const double f_ela = site.af == 0 ? atomsf_xdt(sq_s, *xdt) : f[0];
+    const double f_ela = site.af == 0 ? atomsf_xdt(sq_s, xdt[i]) : f[0];
     return {f_ela, part == fg_ela ? 0.0 : f[1]};
 }
 
@@ -113,8 +113,7 @@ static complex calc_fg(fg_part part, hkl g, const fg_sum& over, atom* sites, con
     flag = 0;
     for (int i = 0; i < over.num_site; ++i) {
         set_equivalent_B(sites[i], lat);
-        const complex f = atomic_factor(part, sq_s, sites[i], xdt != nullptr ? &xdt[i] : nullptr,
-                                        bk != nullptr ? &bk[i] : nullptr, kv, flag);
+        const complex f = atomic_factor(part, sq_s, sites[i], i, xdt, bk, kv, flag);
         fg = c_add(fg, c_mul(site_sum(g, sq_s, over, i), f));
     }
     return fg;

@@ -189,10 +189,10 @@ int special_pos_check(int n, r_uvw* positions);
 // exp(-2 pi i g.x_p) the product of three powers. The sums agree with those by sines and cosines
 // to rounding.
 struct site_phases {
-    int num_pos;            // distinct positions
-    double* counts;         // operations that lead to each
-    complex **h, **k, **l;  // [n + max][position]: exp(-2 pi i n x_p) for each coordinate
-    complex* hk;            // product for last_h, last_k with the counts: lists run through l
+    int num_pos;           // distinct positions
+    double* counts;        // operations that lead to each
+    complex **h, **k, **l; // [n + max][position]: exp(-2 pi i n x_p) for each coordinate
+    complex* hk;           // product for last_h, last_k with the counts: lists run through l
     int last_h, last_k;
 };
 
@@ -228,7 +228,12 @@ fg_stock new_stock_with_lofg(csd& crystal, double kv, lattice lat);
 int search_stock(const fg_stock& stock, hkl g);
 
 // Parts of a structure factor: total, elastic, absorptive, and that of the nuclear charges.
-enum fg_part { fg_total, fg_ela, fg_inela, fg_z };
+enum fg_part {
+    fg_total,
+    fg_ela,
+    fg_inela,
+    fg_z,
+};
 
 // A part of Fg of a crystal. phases may be null; without them sines and cosines are formed anew.
 complex crystal_fg(fg_part part, hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, int& flag);

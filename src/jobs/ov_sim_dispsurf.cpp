@@ -94,15 +94,15 @@ static void print_surface_row(const tilt_state& state, const work_cal_int& work,
 
 static void print_intensity_row(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
                                 const pixel& place, const dispsurf_tables& tables) {
+    complex** psi = new_matrix<complex>(to_size(tables.num_thickness), to_size(problem.num_g));
+    for (int q = 0; q < tables.num_thickness; ++q)
+        tilt_amplitudes(problem, state, work, tables.thickness[q], psi[q]);
     ov_fprintf(tables.intensity, "%g\t%g", place.h, place.g);
     for (int i = 0; i < problem.num_g; ++i)
         for (int q = 0; q < tables.num_thickness; ++q)
-            ov_fprintf(tables.intensity, "\t%g",
-                       psi_to_intensity_limited_ug(work.out_pos[i], tables.thickness[q], state.nesel, state.n_branch,
-                                                   work.branch, state.K_n, work.beta_sel, work.eigen_val,
-                                                   work.eigen_vec, work.bc) *
-                           epsilon.intensity_scaling);
+            ov_fprintf(tables.intensity, "\t%g", c_norm(psi[q][i]) * epsilon.intensity_scaling);
     ov_fprintf(tables.intensity, "\n");
+    free_matrix(psi);
 }
 
 // Amplitude of each output beam in each branch, excitation included.

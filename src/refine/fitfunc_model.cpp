@@ -41,8 +41,14 @@ void thickness_set(const fed& set, int n, double* thick_list) {
     }
 }
 
+// Shapes of the distribution of thicknesses, epsilon.thickwidth_type.
+enum thickness_shape {
+    rectangle = 0,
+    triangle = 1,
+    gaussian = 2,
+};
+
 void thickweight_set(int n, double* thick_wt) {
-    enum { rectangle, triangle, gaussian };
     const int type = epsilon.thickwidth_type;
     if (n == 0) {
         thick_wt[0] = 1.0;
@@ -52,6 +58,8 @@ void thickweight_set(int n, double* thick_wt) {
         ov_abort(stdout, "$$ Sorry, thickwidth_type=%d is not supported. Abort.\n", type);
     if (type == triangle)
         ov_fprintf(stdout, "$$ num_thickwidth = %d\n", n);
+    if (n < 0) // thickness_set tells of it
+        return;
     const double sigma = n / 3.0;
     double sum = 0.0;
     for (int i = 0; i <= 2 * n; ++i) {
@@ -237,7 +245,6 @@ void calc_extr_obs_int(double H_shift, double G_shift, int num_obs_pix, int num_
                        const pixel* obs_pixel, const double* obs_raw, const double* sig_raw,
                        int num_pix, int /*num_pix_side*/, const pixel* grid, const double* /*cal*/,
                        double* obs, double* sig, int& flag) {
-    const double not_measured = -1.0;
     flag = 0;
     for (int p = 0; p < num_pix; ++p) {
         if (grid[p].flag != 1)
@@ -263,7 +270,7 @@ void set_extr_obs_int(int T, int R, const fed& set, ei& intensity, std::FILE* lo
             calc_extr_obs_int(set.H_shift[r][t], set.G_shift[r][t], e.num_obs_pix, e.num_obs_pix_side,
                               e.obs_h_min, e.obs_h_max, e.obs_g_min, e.obs_g_max,
                               e.obs_pixel, e.obs_raw[r][t], e.sig_raw[r][t], e.num_pix, e.num_pix_side,
-                              e.pixel_grid, e.cal[r][t], e.obs[r][t], e.sig[r][t], flag);
+                              e.pixel, e.cal[r][t], e.obs[r][t], e.sig[r][t], flag);
             if (flag != 0)
                 ov_fprintf_stdo(log, "$$Warning: out of area. g=%d %d %d\n",
                                 e.reflex_hkl[r].h, e.reflex_hkl[r].k, e.reflex_hkl[r].l);

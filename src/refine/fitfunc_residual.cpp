@@ -15,7 +15,7 @@ double calc_chisq(const fed& set, const ei& intensity) {
     for (int t = 0; t < set.num_thickness; ++t) {
         for (int r = 0; r < set.num_reflex; ++r) {
             for (int p = 0; p < e.num_pix; ++p) {
-                if (e.pixel_grid[p].flag != 1)
+                if (e.pixel[p].flag != 1)
                     continue;
                 const double d = e.obs[r][t][p] - e.cal[r][t][p];
                 if (e.sig[r][t][p] == 0.0)
@@ -57,7 +57,7 @@ static void add_data_set(zone_sums& sums, const fed& set, const ei& intensity) {
         for (int r = 0; r < set.num_reflex; ++r) {
             const int L = laue_zone(set.zone_uvw, e.reflex_hkl[r]);
             for (int p = 0; p < e.num_pix; ++p) {
-                if (e.pixel_grid[p].flag != 1)
+                if (e.pixel[p].flag != 1)
                     continue;
                 const double obs = e.obs[r][t][p];
                 const double d = obs - e.cal[r][t][p];
@@ -101,11 +101,12 @@ void calc_scaled_Rw_factor(const fed& set, const ei& intensity, double& scale, d
     double d2 = 0.0, obs2 = 0.0;
     scale = 0.0;
     for (int t = 0; t < set.num_thickness; ++t) {
-        // Sums of w obs^2, w obs cal and w cal^2 give both the scale and the residual with it.
+        // Sums of w obs^2, w obs cal and w cal^2; the residual is summed anew, since their difference
+        // would cancel.
         double oo = 0.0, oc = 0.0, cc = 0.0;
         for (int r = 0; r < set.num_reflex; ++r) {
             for (int p = 0; p < e.num_pix; ++p) {
-                if (e.pixel_grid[p].flag != 1)
+                if (e.pixel[p].flag != 1)
                     continue;
                 const double w = eval_weight(e.sig[r][t][p], set.weight[r][t]);
                 oo += w * e.obs[r][t][p] * e.obs[r][t][p];
@@ -116,7 +117,7 @@ void calc_scaled_Rw_factor(const fed& set, const ei& intensity, double& scale, d
         scale = oc / cc;
         for (int r = 0; r < set.num_reflex; ++r) {
             for (int p = 0; p < e.num_pix; ++p) {
-                if (e.pixel_grid[p].flag != 1)
+                if (e.pixel[p].flag != 1)
                     continue;
                 const double d = e.obs[r][t][p] - scale * e.cal[r][t][p];
                 d2 += eval_weight(e.sig[r][t][p], set.weight[r][t]) * d * d;

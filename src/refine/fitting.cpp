@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "refine/fitting.h"
 
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 
 #include "control/orvel.h"
@@ -82,7 +84,7 @@ void set_calc_intensity_ei(int R, int T, int P, ei& intensity, double*** pix_int
     for (int r = 0; r < R; ++r)
         for (int t = 0; t < T; ++t)
             for (int p = 0; p < P; ++p)
-                intensity.cal[r][t][p] = intensity.pixel_grid[p].flag == 1 ? pix_int[p][r][t] : 0.0;
+                intensity.cal[r][t][p] = intensity.pixel[p].flag == 1 ? pix_int[p][r][t] : 0.0;
 }
 
 // ---- the pattern of one data set ------------------------------------------------------------
@@ -91,17 +93,20 @@ void set_calc_intensity_ei(int R, int T, int P, ei& intensity, double*** pix_int
 // P pixels, K crystal parameters. Without any, the stores of perturbations are null.
 struct cycle_stores {
     int R, T, n, P, K;
-    int num_thick;         // 2 T (2 n + 1) thicknesses of a tilt
-    int* out_beams;        // R places in the beam list
-    double* thick_list;    // num_thick
-    double* thick_wt;      // 2 n + 1
-    double** tilt_int;     // [r][num_thick]
-    double*** tilt_p_int;  // [k][r][num_thick]
-    double*** pix_int;     // [p][r][2 T]
-    double**** pix_p_int;  // [p][r][t][k]
-    r_hkl* K_t;            // P
+    int num_thick;        // 2 T (2 n + 1) thicknesses of a tilt
+    int* out_beams;       // R places in the beam list
+    double* thick_list;   // num_thick
+    double* thick_wt;     // 2 n + 1
+    double** tilt_int;    // [r][num_thick]
+    double*** tilt_p_int; // [k][r][num_thick]
+    double*** pix_int;    // [p][r][2 T]
+    double**** pix_p_int; // [p][r][t][k]
+    r_hkl* K_t;           // P
     work_cal_int work;
 };
+
+// What an int cannot count is more than any memory holds.
+static std::size_t countable(std::size_t count) { return count <= INT_MAX ? count : SIZE_MAX; }
 
 static cycle_stores new_stores(const fed& set, const ei& intensity, int num_perturb) {
     cycle_stores s = {};
@@ -111,15 +116,15 @@ static cycle_stores new_stores(const fed& set, const ei& intensity, int num_pert
     s.P = intensity.num_pix;
     s.K = num_perturb;
     const std::size_t R = to_size(s.R), T = to_size(s.T), P = to_size(s.P), K = to_size(s.K);
-    const std::size_t group = 2 * to_size(s.n) + 1;
-    s.num_thick = static_cast<int>(2 * T * group);
+    const std::size_t group = 2 * to_size(s.n) + 1, num_thick = size_product(2 * T, group);
+    s.num_thick = static_cast<int>(num_thick);
     s.out_beams = new_vector<int>(R);
-    s.thick_list = new_vector<double>(2 * T * group);
-    s.thick_wt = new_vector<double>(group);
-    s.tilt_int = new_matrix<double>(R, 2 * T * group);
+    s.thick_list = new_vector<double>(countable(num_thick));
+    s.thick_wt = new_vector<double>(countable(group));
+    s.tilt_int = new_matrix<double>(R, num_thick);
     s.pix_int = new_tensor<double>(P, R, 2 * T);
     if (s.K > 0) {
-        s.tilt_p_int = new_tensor<double>(K, R, 2 * T * group);
+        s.tilt_p_int = new_tensor<double>(K, R, num_thick);
         s.pix_p_int = new_tensor4<double>(P, R, T, K);
     }
     s.K_t = new_vector<r_hkl>(P);
@@ -158,7 +163,7 @@ static void walk_pixels(csd& crystal, const fed& set, const ei& intensity, compl
     chk_incidence(set.kv, abs_K, set.zone_uvw, set.normal_uvw, cos_zn);
     int count = 0;
     for (int p = 0; p < s.P; ++p) {
-        if (intensity.pixel_grid[p].flag != 1)
+        if (intensity.pixel[p].flag != 1)
             continue;
         if (count == 0) {
             exec_time_forecast(-1);
@@ -183,14 +188,11 @@ static void walk_pixels(csd& crystal, const fed& set, const ei& intensity, compl
 void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, complex** vg, int num_perturb, complex*** pvg,
                                int num_fitpar, double** alpha, double* beta, double& chisq, std::FILE* log) {
     const lattice lat = lattice_of(crystal);
-    // A negative setting has its own message.
-    if (epsilon.num_thickwidth < 0)
-        thickness_set(set, epsilon.num_thickwidth, nullptr);
     cycle_stores s = new_stores(set, intensity, num_perturb);
     thickweight_set(s.n, s.thick_wt);
     thickness_set(set, s.n, s.thick_list);
     int effective;
-    calc_K_xy_cbed(intensity.num_pix, effective, s.K_t, intensity.pixel_grid, set.h_tilt, set.g_tilt,
+    calc_K_xy_cbed(intensity.num_pix, effective, s.K_t, intensity.pixel, set.h_tilt, set.g_tilt,
                    set.zone_uvw, set.zolzbase1, lat, set.calc_type, set.disksize, set.num_pix_side);
     find_reflections(set, intensity, lat, s.out_beams);
     ov_fprintf(stdout, "**CBED intensity calculation\n");
@@ -210,8 +212,8 @@ void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, complex** 
 
 // One data set: beams, potentials, pattern. Returns its chi-square.
 static double calc_data_set(int i, int num_fitpar, double** alpha, double* beta, lattice lat, fit_context& context) {
-    csd& crystal = *context.crystal;
-    fed& set = context.sets[i];
+    csd& crystal = *context.csd;
+    fed& set = context.fed[i];
     const bool automatic = method_of(set.beam_search.flag_bs) != method_manual;
     if (automatic)
         auto_ed_beams(set, crystal);
@@ -236,7 +238,7 @@ static double calc_data_set(int i, int num_fitpar, double** alpha, double* beta,
             ov_fprintf_stdo(context.log, "$$ Error in Fg calc.  Please check parameters.\n");
     }
     double chisq;
-    calc_cbed_pattern_perturb(crystal, set, context.intensities[i], vg, context.num_perturb, pvg, num_fitpar,
+    calc_cbed_pattern_perturb(crystal, set, context.ei[i], vg, context.num_perturb, pvg, num_fitpar,
                               alpha, beta, chisq, context.log);
     free_matrix(vg);
     free_tensor(pvg);
@@ -250,10 +252,10 @@ static double calc_data_set(int i, int num_fitpar, double** alpha, double* beta,
 void dynamical_calculation(const double* par, int num_fitpar, double** alpha, double* beta, double& chisq,
                            fit_context& context) {
     static int ct_iter = 0;
-    csd& crystal = *context.crystal;
-    fitpar_to_csd_fed(crystal, context.num_fed, context.sets, num_fitpar, par);
+    csd& crystal = *context.csd;
+    fitpar_to_csd_fed(crystal, context.num_fed, context.fed, num_fitpar, par);
     constraint_csd(crystal);
-    constraint_fed(context.num_fed, context.sets);
+    constraint_fed(context.num_fed, context.fed);
     const lattice lat = lattice_of(crystal);
     chisq = 0.0;
     for (int i = 0; i < context.num_fed; ++i)
@@ -268,7 +270,7 @@ void dynamical_calculation(const double* par, int num_fitpar, double** alpha, do
     ++ct_iter;
     for (int i = 0; i < context.num_fed; ++i)
         ov_fprintf_stdo(context.log, "Intensity output: %s%d.txt\n", base, i);
-    fit_res_output(context.num_fed, context.sets, context.intensities, crystal.a, crystal.b, crystal.c,
+    fit_res_output(context.num_fed, context.fed, context.ei, crystal.a, crystal.b, crystal.c,
                    crystal.alpha, crystal.beta, crystal.gamma, base);
 }
 

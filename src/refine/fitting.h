@@ -20,64 +20,67 @@ namespace orvel {
 // One measured data set: the conditions of the experiment and all of it that may be refined. Every
 // refinable value has its descriptor beside it. Matrices are [reflection][thickness].
 struct fed {
-    uvw zone_uvw;                    // incidence, upward
-    uvw normal_uvw;                  // surface normal, upward
-    r_hkl zolzbase1;                 // first ZOLZ base vector
-    double h_tilt, g_tilt;           // centre of the pattern
+    uvw zone_uvw;          // incidence, upward
+    uvw normal_uvw;        // surface normal, upward
+    r_hkl zolzbase1;       // first ZOLZ base vector
+    double h_tilt, g_tilt; // centre of the pattern
     fitpar h_tilt_fitpar, g_tilt_fitpar;
-    double kv;                       // accelerating voltage, kV
+    double kv; // accelerating voltage, kV
     fitpar kv_fitpar;
     int num_exact_beam;
     int num_bethe_beam;
-    hkl* reflex_sel;                 // beam list; made anew in each cycle unless it is a manual one
+    hkl* reflex_sel; // beam list; made anew in each cycle unless it is a manual one
     struct beam_search beam_search;
-    double* scale_factor;            // num_thickness of each of the following
+    double* scale_factor; // num_thickness of each of the following
     fitpar* scale_fitpar;
     int num_thickness;
-    double* thickness;               // angstrom
+    double* thickness; // angstrom
     fitpar* thickness_fitpar;
-    double* thickness_width;         // half width of the thickness average, angstrom
+    double* thickness_width; // half width of the thickness average, angstrom
     fitpar* thickness_width_fitpar;
-    int* num_avrpix;                 // size of the pixel-averaging kernel; 0: none
-    double*** avrpix_wt;             // the kernels, square matrices
-    double* gaussian_par;            // their parameter
-    int calc_type;                   // mesh_disk or mesh_square
-    int num_pix_side;                // points on a side of the calculation grid
-    double disksize;                 // its half width
-    char int_file[line_max];         // name of the intensity file
+    int* num_avrpix;         // size of the pixel-averaging kernel; 0: none
+    double*** avrpix_wt;     // the kernels, square matrices
+    double* gaussian_par;    // their parameter
+    int calc_type;           // mesh_disk or mesh_square
+    int num_pix_side;        // points on a side of the calculation grid
+    double disksize;         // its half width
+    char int_file[line_max]; // name of the intensity file
     int num_reflex;
-    double* g_len;                   // |g| of each reflection, filled in each cycle
-    double** weight;                 // weight in all sums
-    double** H_shift;                // shift of the measured pattern along H
+    double* g_len;    // |g| of each reflection, filled in each cycle
+    double** weight;  // weight in all sums
+    double** H_shift; // shift of the measured pattern along H
     fitpar** H_shift_fitpar;
-    double** G_shift;                // and along G
+    double** G_shift; // and along G
     fitpar** G_shift_fitpar;
 };
+
+// Sigma of a grid point without measurement.
+constexpr double not_measured = -1.0;
 
 // The intensities of a data set, measured and calculated.
 struct ei {
     int num_reflex;
-    hkl* reflex_hkl;                     // in file order: the order of r everywhere
+    hkl* reflex_hkl; // in file order: the order of r everywhere
     int num_thickness;
-    int num_obs_pix;                     // measured points of a reflection at a thickness
-    int num_obs_pix_side;                // in a row
-    double obs_h_min, obs_h_max;         // absolute bounds of the measured square
+    int num_obs_pix;             // measured points of a reflection at a thickness
+    int num_obs_pix_side;        // in a row
+    double obs_h_min, obs_h_max; // absolute bounds of the measured square
     double obs_g_min, obs_g_max;
-    pixel* obs_pixel;                    // num_obs_pix
-    double ***obs_raw, ***sig_raw;       // [r][t][i] as read
-    int num_pix;                         // points of the calculation grid
+    struct pixel* obs_pixel;       // num_obs_pix
+    double ***obs_raw, ***sig_raw; // [r][t][i] as read
+    int num_pix;                   // points of the calculation grid
     int num_pix_side;
-    pixel* pixel_grid;                   // num_pix
-    double*** cal;                       // [r][t][p] calculated
-    double ***obs, ***sig;               // [r][t][p] measured, brought onto the grid; sig below 0:
-                                         // no measurement there
+    struct pixel* pixel;   // num_pix
+    double*** cal;         // [r][t][p] calculated
+    double ***obs, ***sig; // [r][t][p] measured, brought onto the grid; sig may be
+                           // not_measured
 };
 
 // What a driver hands to each cycle.
 struct fit_context {
-    csd* crystal;     // its values are written by the cycle
-    fed* sets;        // num_fed data sets
-    ei* intensities;  // their intensities, same order
+    struct csd* csd; // its values are written by the cycle
+    struct fed* fed; // num_fed data sets
+    struct ei* ei;   // their intensities, same order
     int num_fed;
     int num_perturb;  // crystal parameters: num_csd_fitpar of count_num_fitpar
     const char* stem; // base of the result files

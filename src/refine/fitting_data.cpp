@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "refine/fitting.h"
 
+#include <climits>
 #include <cstring>
 
 #include "control/orvel.h"
@@ -41,7 +42,10 @@ void read_CALC_KXY_RANGE(fed& set, ei& intensity, std::FILE* file) {
     if (set.num_pix_side < 2 && set.calc_type != mesh_point)
         ov_abort(stdout, "$$ Invalid num_pix_side(=%d). Abort.\n", set.num_pix_side);
     intensity.num_pix_side = set.num_pix_side;
-    intensity.num_pix = real_to_int(static_cast<double>(set.num_pix_side) * set.num_pix_side);
+    const double square = static_cast<double>(set.num_pix_side) * set.num_pix_side;
+    if (square > INT_MAX) // more than any memory holds
+        chk_vector(nullptr);
+    intensity.num_pix = static_cast<int>(square);
     set.disksize = fget_d(file);
     set.beam_search.disksize = set.disksize;
     chk_data("}CALC_KXY_RANGE", file);
@@ -120,7 +124,7 @@ void read_THICKNESS_BLOCK(int t, fed& set, std::FILE* file) {
 }
 
 static void chk_agreement(int a, int b) {
-    if (a != b)
+    if (a != b || a < 0)
         ov_abort(stdout, "$$ Data set does not agree with its intensity file (%d, %d). Abort.\n", a, b);
 }
 

@@ -12,7 +12,7 @@
 namespace orvel {
 
 // A point has a derivative if it is calculated and measured.
-static bool counts(const ei& e, int r, int t, int p) { return e.pixel_grid[p].flag == 1 && e.sig[r][t][p] > 0; }
+static bool counts(const ei& e, int r, int t, int p) { return e.pixel[p].flag == 1 && e.sig[r][t][p] > 0; }
 
 static void take_restraint(double value, const fitpar& descriptor, restraint& rst) {
     if (descriptor.idx == kind_rst)
@@ -84,10 +84,10 @@ static void shift_column(bool along_H, int r, int t, double step, const fed& set
     int** flag = new_matrix<int>(side, side);
     for (int p = 0; p < e.num_pix; ++p) {
         const int ix = p % n, iy = p / n;
-        x[ix] = e.pixel_grid[p].h;
-        y[iy] = e.pixel_grid[p].g;
+        x[ix] = e.pixel[p].h;
+        y[iy] = e.pixel[p].g;
         pattern[ix][iy] = e.cal[r][t][p];
-        flag[ix][iy] = e.pixel_grid[p].flag;
+        flag[ix][iy] = e.pixel[p].flag;
     }
     if (along_H)
         calc_Hshift_grad(step, -set.disksize, set.disksize, n, n, x, y, pattern, flag, grad);
@@ -133,7 +133,7 @@ double calc_alpha_elm(const fed& set, const ei& intensity, double*** J_j, double
     for (int r = 0; r < set.num_reflex; ++r)
         for (int t = 0; t < set.num_thickness; ++t)
             for (int p = 0; p < e.num_pix; ++p)
-                if (e.pixel_grid[p].flag == 1)
+                if (e.pixel[p].flag == 1)
                     sum += eval_weight(e.sig[r][t][p], set.weight[r][t]) * J_j[r][t][p] * J_k[r][t][p];
     return sum;
 }
@@ -144,7 +144,7 @@ double calc_beta_elm(const fed& set, const ei& intensity, double*** J_j) {
     for (int r = 0; r < set.num_reflex; ++r)
         for (int t = 0; t < set.num_thickness; ++t)
             for (int p = 0; p < e.num_pix; ++p)
-                if (e.pixel_grid[p].flag == 1)
+                if (e.pixel[p].flag == 1)
                     sum += eval_weight(e.sig[r][t][p], set.weight[r][t]) * (e.obs[r][t][p] - e.cal[r][t][p]) * J_j[r][t][p];
     return sum;
 }

@@ -9,8 +9,6 @@
 
 namespace orvel {
 
-static const double not_measured = -1.0; // sigma of a point without measurement
-
 // ---- data sets ------------------------------------------------------------------------------
 
 void alloc_ed_arrays(fed& set) {
@@ -69,7 +67,8 @@ void free_fed_vector(int num_fed, fed* sets) {
     std::free(sets);
 }
 
-template <class T> static void copy_array(std::size_t n, const T* source, T* dest) {
+template <class T>
+static void copy_array(std::size_t n, const T* source, T* dest) {
     for (std::size_t i = 0; i < n; ++i)
         dest[i] = source[i];
 }
@@ -137,7 +136,7 @@ void alloc_ei_obs(ei& e) {
 
 void alloc_ei_grid(ei& e) {
     const std::size_t R = to_size(e.num_reflex), T = to_size(e.num_thickness), P = to_size(e.num_pix);
-    e.pixel_grid = new_vector<pixel>(P);
+    e.pixel = new_vector<pixel>(P);
     e.cal = new_tensor<double>(R, T, P);
     e.obs = new_tensor<double>(R, T, P);
     e.sig = new_tensor<double>(R, T, P);
@@ -157,7 +156,7 @@ void free_ei(ei& e) {
     std::free(e.obs_pixel);
     free_tensor(e.obs_raw);
     free_tensor(e.sig_raw);
-    std::free(e.pixel_grid);
+    std::free(e.pixel);
     free_tensor(e.cal);
     free_tensor(e.obs);
     free_tensor(e.sig);
@@ -173,6 +172,9 @@ void free_fei_vector(int num_fed, ei* intensities) {
 
 void alloc_csd(int num_sym_op, int num_site, int num_lofg, csd& crystal) {
     crystal = {};
+    crystal.num_sym_op = num_sym_op;
+    crystal.num_site = num_site;
+    crystal.num_lofg = num_lofg;
     crystal.sym_op = new_vector<sym_op>(to_size(num_sym_op));
     crystal.site = new_vector<atom>(to_size(num_site));
     crystal.site_fitpar = new_vector<atom_fitpar>(to_size(num_site));
