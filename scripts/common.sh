@@ -9,11 +9,10 @@ say() { printf '\n==> %s\n' "$*"; }
 
 # What is needed, as NEED:PACKAGE. A need that begins with a slash is a pattern of files, any other
 # one a command.
-needs_build=(c++:g++ make:make cmake:cmake)
+needs_build=(c++:g++ make:make cmake:cmake '/usr/include/eigen3/Eigen/Core:libeigen3-dev')
 needs_test=(
     '/usr/include/gtest/gtest.h:libgtest-dev'
     '/usr/lib/*/liblapack.so:liblapack-dev'
-    '/usr/include/eigen3/Eigen/Core:libeigen3-dev'
     gnuplot:gnuplot-nox
 )
 

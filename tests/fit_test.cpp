@@ -208,7 +208,7 @@ TEST(Fit, OneCycleMovesNothing) {
     }
     for (std::size_t j = 0; j < n; ++j) {
         double value[2], at[2];
-        for (std::size_t side : {0, 1}) {
+        for (std::size_t side = 0; side < 2; ++side) {
             const std::string by = std::to_string(rows[par][j] * (side == 0 ? 0.9999 : 1.0001)) + " ADJ";
             const fit moved = dir.run(with(start, {{off[j][1], by}}), {"--cycles", "1", "--dump-normal"});
             value[side] = moved.cycles.at(0)[par][j];

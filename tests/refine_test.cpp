@@ -273,12 +273,14 @@ TEST(Perturbation, ComplexLevelsOfEqualRealPartDoNotMix) {
     D[2][0] = {2 * e, 0};
     eigen_val_perturbation(val, C, C, 3, A, D, first);
     EXPECT_EQ(first[1].im, 0.1 + 2 * e);
+    eigen_val_perturbation(val, C, D, 3, A, D, first); // any matrix in place of the inverse: element 02 times 20
+    EXPECT_NEAR(first[0].im, 2 * e * e, 1e-18);
     perturb(val, C, 3, D, 1e-8, p_val, p_vec);
     EXPECT_NEAR(p_val[0].re, 5 + 2 * e * e / 3, 1e-14); // |e + i e|^2 / 3; the pair's own element counts in the block alone
     EXPECT_NEAR(p_val[1].im, 0.1 + 2 * e, 1e-14);
     EXPECT_NEAR(p_val[2].re, 2 - 4 * e * e / 3, 1e-14);
     for (int call = 0; call < 2; ++call) {
-        EXPECT_EQ(p_vec[0][1].re, 0);
+        EXPECT_EQ(p_vec[0][1].im, 0); // the element over 0.1 i would be imaginary
         EXPECT_NEAR(p_vec[0][2].im, -e / 3, 1e-15);
         EXPECT_NEAR(p_vec[2][0].re, 2 * e / 3, 1e-15);
         perturbation2(val, C, C, 3, A, D, 1e-8, p_val, p_vec);
@@ -414,6 +416,7 @@ TEST(Cycle, SearchedBeamsAreThoseOfAManualListAndTheConsoleTellsAll) {
                                        "\n**CBED intensity calculation\n  Estimating exec. time ....  [one cycle]  Maybe not so long.\n" + bar + "\n    elapsed time: @ [min] = @ [hour]\n** Calculating Jacobian 0-4:\n" + bar +
                                        ".\n$$ chisq= @, penalty_chisq= @\n" + (fit::cycles == 0 ? "$$ 1st cycle\nchisq of the 1st cycle = @.\n" : "") + "Intensity output: " + base + "0.txt\nResult: res file      -- " + base + "0.txt\n"))
         << shown.out;
+    EXPECT_TRUE(ends_with(run_child([&] { found.loud_cycle(); found.loud_cycle(); }).out, "-- a_res0.txt\n"));
     found.cycle();
     fed& s = found.sets[0];
     EXPECT_EQ(s.reflex_sel, nullptr);
@@ -454,6 +457,20 @@ TEST(Cycle, DataSetsAddUpAndRestraintsCountOnceForEach) {
 
 // ---- parameters and records -----------------------------------------------------------------
 
+TEST(Cycle, GridOfTangentialVectors) {
+    settings dir;
+    fit f(refined, {data_set_text("1", "300", "0")});
+    pixel grid[9];
+    r_hkl K_t[9];
+    int n, effective;
+    const r_hkl e1 = {1, 0.5, 0}, e2 = zolz_ort_base({0, 0, 1}, e1, lattice_of(f.cr));
+    calc_K_xy_cbed(n, effective, K_t, grid, 0.1, -0.2, {0, 0, 1}, e1, lattice_of(f.cr), 2, 0.4, 3);
+    EXPECT_EQ(std::vector<int>({n, effective, grid[5].ih, grid[5].ig, grid[5].flag, grid[8].flag}), std::vector<int>({9, 5, 2, 1, 1, 0}));
+    EXPECT_NEAR(K_t[5].h, 0.5 * (0.5 * e1.h - 0.2 * e2.h), 1e-15); // H = 0.1 + 0.4, G = -0.2
+    EXPECT_NEAR(K_t[5].k, 0.5 * (0.5 * e1.k - 0.2 * e2.k), 1e-15);
+    EXPECT_NEAR(K_t[7].h, 0.5 * (0.1 * e1.h + 0.2 * e2.h), 1e-15);
+}
+
 static const string numbered_site = "Si\n0.3\n0.11\n0.23\nANISO\n0.012\n0.01\n0.008\n0.001 ADJ b12\n0.002 ADJ b13\n0.0005 RST b23 0.1\n1 ADJ occ\n0\n";
 
 TEST(Parameters, OrderStepsConstraintsAndCopies) {
@@ -469,17 +486,22 @@ TEST(Parameters, OrderStepsConstraintsAndCopies) {
     for (int i = 0; i < 11; ++i)
         EXPECT_STREQ(search_csd_fed(i, f.cr, 2, f.sets).id, names[i]);
     EXPECT_EQ(f.sets[1].weight[1][0], 1);
-    constraint_fed(2, f.sets);
+    f.cycle();
+    EXPECT_EQ(f.data[0].sig[0][0][0], -1); // outside the disk
+    EXPECT_TRUE(std::filesystem::exists("a_fg1.txt"));
     EXPECT_EQ(f.sets[0].scale_factor[0], 300);
     EXPECT_EQ(f.sets[1].scale_factor[0], 551); // names of all sets
     EXPECT_DOUBLE_EQ(f.sets[0].thickness_fitpar[0].step, 0.03);
     EXPECT_EQ(f.sets[0].H_shift_fitpar[0][0].step, 1e-10);
     EXPECT_EQ(f.sets[0].thickness_width_fitpar[0].step, 0);
+    EXPECT_DOUBLE_EQ(eval_step(-2), 2e-4);
 
     csd copy;
     alloc_csd(f.cr.num_sym_op, 2, 1, copy);
     alloc_csd_sub_cstr(2, 1, f.cr.lof_type, copy);
     cpy_csd(f.cr, copy);
+    EXPECT_EQ(copy.lofg_hkl[0].h, 1);
+    EXPECT_EQ(copy.lofg[0].f_inela[1], 4);
     make_csd_perturb(4, f.cr, copy);
     fed other;
     alloc_ed(f.sets[0].beam_search, 5, 2, 1, other);
@@ -488,6 +510,7 @@ TEST(Parameters, OrderStepsConstraintsAndCopies) {
     testing::internal::GetCapturedStdout();
     EXPECT_EQ(other.avrpix_wt[0][0][1], f.sets[0].avrpix_wt[0][0][1]);
     EXPECT_EQ(other.reflex_sel[4].k, 1);
+    EXPECT_EQ(other.g_len[1], f.sets[0].g_len[1]);
     for (auto [a, b] : {std::pair(list_csd_values(f.cr), list_csd_values(copy)), std::pair(list_fed_values(1, f.sets), list_fed_values(1, &other))}) {
         for (int i = 0; i < a.count; ++i) {
             EXPECT_NE(a.at[i].value, b.at[i].value);
@@ -507,6 +530,7 @@ TEST(Readers, MeasuredPointsStandOnTheirSquare) {
     write_file("int.txt", gaps.substr(0, gaps.rfind("3040 50")) + replaced(gaps.substr(gaps.rfind("3040 50")), "50", "-1")); // 78 of the last
     fit f(refined, {data_set_text("1", "300", "0")});
     const ei& e = f.data[0];
+    EXPECT_EQ(f.sets[0].beam_search.disksize, 0.4);
     EXPECT_EQ(e.obs_raw[0][0][10], 3015);
     EXPECT_EQ(e.sig_raw[0][0][10], -1);
     EXPECT_EQ(std::vector<int>({e.obs_pixel[10].flag, e.obs_pixel[78].flag, e.obs_pixel[10].ih, e.obs_pixel[10].ig}), std::vector<int>({1, 0, 1, 1}));
@@ -518,6 +542,28 @@ TEST(Readers, MeasuredPointsStandOnTheirSquare) {
                     v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9], outside);
     EXPECT_EQ(std::vector<double>({v[0], v[2], v[3], v[7]}), std::vector<double>({0, 3320 - 25 * 2, 0, 1})); // on the bound: none beyond
     EXPECT_EQ(outside, 0);
+
+    // One pixel between the points (2, 3), (3, 3), (2, 4), (3, 4) of a plane, of sigmas of a plane, once shifted there.
+    double sig[81], obs_at, sig_at;
+    const auto sample = [&](double H_shift, double G_shift) {
+        const pixel at = {0, 0, 1, 0.1 - 0.5 + 2.25 * 0.125 + 0.03, -0.05 - 0.5 + 3.5 * 0.125 - 0.02};
+        calc_extr_obs_int(H_shift, G_shift, 81, 9, e.obs_h_min, e.obs_h_max, e.obs_g_min, e.obs_g_max, e.obs_pixel, e.obs_raw[0][0], sig, 1, 1, &at, nullptr, &obs_at, &sig_at, outside);
+    };
+    for (int i = 0; i < 81; ++i)
+        sig[i] = 50 + i % 9 + 2 * (i / 9);
+    sample(0.03, -0.02);
+    EXPECT_NEAR(obs_at, 3000 + 40 * 2.25 - 25 * 3.5, 1e-9);
+    EXPECT_NEAR(sig_at, 50 + 2.25 + 2 * 3.5, 1e-9);
+    for (int neighbour : {29, 30, 38, 39}) {
+        sig[neighbour] = 0;
+        sample(0.03, -0.02);
+        EXPECT_EQ(sig_at, -1) << neighbour;
+        sig[neighbour] = 60;
+    }
+    for (auto [H, G] : {std::pair(1.0, 0.0), {-1.0, 0.0}, {0.0, 1.0}, {0.0, -1.0}}) {
+        sample(H, G);
+        EXPECT_EQ(std::vector<double>({obs_at, sig_at, double(outside)}), std::vector<double>({0, 1, 1}));
+    }
 }
 
 // ---- model of the experiment ----------------------------------------------------------------
@@ -534,6 +580,8 @@ TEST(FitModel, ShiftSlopesAreThoseOfACubicInsideAndOfALineAtTheRim) {
             inside[i][j] = i > 0 || j != 3;
         }
     }
+    for (auto [i, j] : {std::pair(5, 5), {4, 4}, {6, 4}, {2, 6}, {4, 6}})
+        inside[i][j] = 0;
     const double s = 0.05;
     const auto cubic = [&](double at) { return (std::pow(at + s, 3) - std::pow(at, 3)) / s; };
     calc_Hshift_grad(s, -0.6, 0.6, n, n, x, x, f, inside, g);
@@ -542,6 +590,13 @@ TEST(FitModel, ShiftSlopesAreThoseOfACubicInsideAndOfALineAtTheRim) {
     EXPECT_NEAR(g[6][2], (f[6][2] - f[5][2]) / 0.2, 1e-12); // none behind: continued
     EXPECT_NEAR(g[1][3], (f[2][3] - f[1][3]) / 0.2, 1e-12); // a masked neighbour in front
     EXPECT_EQ(g[0][3], 0);                                  // itself masked
+    EXPECT_NEAR(g[3][5], (f[4][5] - f[3][5]) / 0.2, 1e-12); // the second behind is masked: a line
+    EXPECT_NEAR(g[4][5], (f[4][5] - f[3][5]) / 0.2, 1e-12); // the first behind is masked: continued
+    EXPECT_NEAR(g[5][4], (f[5][4] - f[4][4]) / 0.2, 1e-12); // last but one: continued from whatever is in front
+    EXPECT_EQ(g[3][6], 0);                                  // alone
+    EXPECT_EQ(g[6][5], 0);
+    calc_Hshift_grad(0.25, -0.75, 0.75, n, n, x, x, f, inside, g); // a whole pitch
+    EXPECT_NEAR(g[3][2], (f[4][2] - f[3][2]) / 0.25, 1e-12);
     calc_Gshift_grad(s, -0.6, 0.6, n, n, x, x, f, inside, g);
     EXPECT_NEAR(g[2][3], 2 * cubic(0), 1e-12);
     EXPECT_NEAR(bicubic_intrpl(0.07, -0.33, n, n, x, x, f), std::pow(0.07, 3) - 2 * std::pow(0.33, 3), 1e-12);
@@ -561,6 +616,11 @@ TEST(FitModel, ThicknessGroupsWeightsAndKernels) {
     double list[6], wt[5];
     thickness_set(set, 1, list);
     EXPECT_EQ(std::vector<double>(list, list + 6), (std::vector<double>{94, 100, 106, 94.5, 100.5, 106.5}));
+    for (double width : {1e-11, 1e-13}) { // spread, or none; the average takes the first of the group either way
+        set.thickness_width[0] = width;
+        thickness_set(set, 1, list);
+        EXPECT_EQ(list[0] < 100, width == 1e-11);
+    }
     const double gauss = std::exp(-0.5 * 9 / 4); // sigma 2/3
     const std::vector<std::vector<double>> expected = {{0.2, 0.2, 0.2}, {0, 0.25, 0.5}, {gauss * gauss * gauss * gauss, gauss, 1}};
     for (int type = 0; type < 3; ++type) {
@@ -577,10 +637,18 @@ TEST(FitModel, ThicknessGroupsWeightsAndKernels) {
     }
     const double values[3] = {1, 2, 6}, thirds[3] = {0.5, 0.25, 0.25};
     EXPECT_EQ(thickness_average(1, 0, values, thirds), 1);
+    EXPECT_EQ(thickness_average(1, 1e-11, values, thirds), 1);
     EXPECT_EQ(thickness_average(1, -5, values, thirds), 2.5);
     free_ed(set);
 
     double** kernel = new_matrix<double>(3, 3);
+    testing::internal::CaptureStdout();
+    double** bell = new_matrix<double>(3, 3);
+    calc_avrpix_wt(3, bell, 2);
+    testing::internal::GetCapturedStdout();
+    EXPECT_NEAR(bell[0][1] / bell[1][1], std::exp(-0.25), 1e-15);
+    EXPECT_NEAR(bell[0][0] / bell[1][1], std::exp(-0.5), 1e-15);
+    free_matrix(bell);
     const outcome written = run_child([&] { calc_avrpix_wt(3, kernel, -2); });
     EXPECT_EQ(written.out, "$$Weights for convolution --> convlt.dat\n");
     // r = 1: y = pi/2, (2/pi)^2; r = sqrt(2): (sin(y)/y)^2 with y = pi/sqrt(2).
@@ -709,8 +777,9 @@ TEST(Reports, ParametersAndCorrelations) {
     for (int i = 0; i < 5; ++i)
         cov[i][i] = 0.01;
     cov[0][1] = 0.0075;
-    cov[2][3] = -0.002;
+    cov[2][3] = -0.0075;
     fitpar_sigma_to_csd_fed(f.cr, 1, f.sets, 5, cov);
+    cov[4][4] = 0; // no correlation with what is not determined
     const outcome shown = run_child([&] {
         par_output_short(f.cr, 1, f.sets, stderr, "shift.txt");
         output_corr_coef(f.cr, 1, f.sets, 5, cov, "corr.txt", stdout);
@@ -718,10 +787,11 @@ TEST(Reports, ParametersAndCorrelations) {
     const string parameters = "\nRefined parameters:\n [0] Bge= 0.5, esd= 0.1 (ini_val= 0.5, rst= 0.2)\n [1] xs= 0.3, esd= 0.1 (ini_val= 0.3)\n"
                               " [2] s= 0.8, esd= 0.1 (ini_val= 0.8)\n [3] t= 300, esd= 0.1 (ini_val= 300)\n SHIFT parameters output: shift.txt\n";
     EXPECT_EQ(shown.err, parameters);
-    EXPECT_EQ(shown.out, parameters + "Correlation coef. output ==> corr.txt\nCorrelation coef. (>0.5):\n rho[ 0][ 1] =  0.75\n");
+    EXPECT_EQ(shown.out, parameters + "Correlation coef. output ==> corr.txt\nCorrelation coef. (>0.5):\n rho[ 0][ 1] =  0.75\n rho[ 2][ 3] = -0.75\n");
     EXPECT_EQ(read_file("shift.txt"), "HG SHIFT parameters\nit= 0 [4] h= 0.01, esd= 0.1 (ini_val= 0.01)\n");
     EXPECT_TRUE(begins_with(read_file("corr.txt"), "% corr.txt\nCorrelation coefficients:\n par[0]: Bge\n par[1]: xs\n par[2]: s\n par[3]: t\n par[4]: h\n"
                                                    " rho[ 0][ 1] =  0.75\n rho[ 0][ 2] =  0.00\n"));
+    EXPECT_FALSE(contains(read_file("corr.txt"), "][ 4]"));
     free_matrix(cov);
 }
 

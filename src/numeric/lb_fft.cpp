@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "numeric/lb_fft.h"
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 
@@ -85,14 +87,14 @@ int fft1d(int direction, int n, float* x, float* y) {
     static float* sintbl = nullptr;
     static int* bitrev = nullptr;
 
-    n = std::abs(n);
-    if (n == 0 || n != last_n) {
+    n = std::abs(std::max(n, -INT_MAX)); // INT_MIN has no positive twin
+    if (n < 1 || n != last_n) {
         last_n = n;
         std::free(sintbl);
         std::free(bitrev);
         sintbl = nullptr;
         bitrev = nullptr;
-        if (n == 0)
+        if (n < 1)
             return 0;
         sintbl = static_cast<float*>(std::malloc((to_size(n) + to_size(n) / 4) * sizeof(float)));
         bitrev = static_cast<int*>(std::malloc(to_size(n) * sizeof(int)));
