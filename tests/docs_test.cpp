@@ -55,6 +55,12 @@ TEST_P(Example, RunsAsItsPageSays) {
     const temp_dir dir;
     fs::create_directories(dir.path / "build/release");
     fs::create_symlink(ORVEL_PROGRAM, dir.path / "build/release/orvel");
+#ifdef ORVEL_FIT_PROGRAM
+    fs::create_symlink(ORVEL_FIT_PROGRAM, dir.path / "build/release/orvel_fit");
+#else
+    if (contains(page, "/orvel_fit "))
+        GTEST_SKIP() << "orvel_fit needs Eigen";
+#endif
     for (const char* folder : {"data", "examples"})
         fs::create_symlink(root / folder, dir.path / folder);
     std::string script;

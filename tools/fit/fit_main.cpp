@@ -65,9 +65,10 @@ static std::uint64_t count_of(const char* text, std::uint64_t least, std::uint64
 }
 
 static double factor_of(const char* text) {
+    const double largest = 1e6; // no data are worse
     char* end;
     const double value = std::strtod(text, &end);
-    if (end == text || *end != '\0' || !std::isfinite(value) || value < 0)
+    if (end == text || *end != '\0' || !(value >= 0 && value <= largest))
         bad_usage("Invalid number", text);
     return value;
 }

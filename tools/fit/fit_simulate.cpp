@@ -181,6 +181,9 @@ void simulate(fit_problem& problem, double noise, std::uint64_t seed, std::FILE*
         ei e = new_square_stores(set, square, problem.intensities[i].reflex_hkl);
         double*** pattern = new_tensor<double>(to_size(set.num_reflex), to_size(set.num_thickness), to_size(e.num_pix));
         calc_measured(problem.crystal, set, square, e, pattern, log);
+        const std::size_t points = to_size(set.num_reflex) * to_size(set.num_thickness) * to_size(e.num_pix);
+        if (!std::all_of(pattern[0][0], pattern[0][0] + points, [](double I) { return std::isfinite(I); }))
+            ov_abort(stdout, "$$ The model gives intensities that are no numbers. Abort.\n");
         print_int_file(problem.crystal, set, e, square, pattern, noise, seed, generator);
         ov_fprintf_stdo(log, "Simulated intensities: %s\n", set.int_file);
         free_tensor(pattern);
