@@ -206,6 +206,8 @@ TEST(Fit, OneCycleMovesNothing) {
             }
         }
     }
+    // The last diagonal element of the inverse of L L^T.
+    EXPECT_NEAR(one.end.at("thickness").esd * L[n - 1][n - 1], 1, 1e-5);
     for (std::size_t j = 0; j < n; ++j) {
         double value[2], at[2];
         for (std::size_t side = 0; side < 2; ++side) {
