@@ -18,8 +18,8 @@ inline const std::string progress = "5%10%15%20%25%30%35%40%45%50%55%60%65%70%75
 
 struct job_dir : table_dir {
     outcome run(const std::string& text, const std::string& ini = "") const {
-        write_file("a.dat", text);
-        write_file("orvel.ini", ini + "INI_PARAM_END\n");
+        write_file(path / "a.dat", text);
+        write_file(path / "orvel.ini", ini + "INI_PARAM_END\n");
         return run_orvel(path, {"a.dat"});
     }
 };

@@ -5,9 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include <gtest/gtest.h>
-
-#include "crystal_util.h"
+#include "job_util.h"
 
 using namespace orvel_test;
 using orvel::pi;
@@ -24,12 +22,6 @@ static const std::string two_beams =
     "OUTPUT_REFLEX{\n2\n1 0 0\n0 0 0\n}OUTPUT_REFLEX\nOUTPUT_THICKNESS{\n2\n700\n1500.5\n}OUTPUT_THICKNESS\n"
     "}SIM_CALCULATION_CONDITION\n";
 
-static std::string g_format(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%g", value);
-    return text;
-}
-
 // I(100) = sin^2(pi t s_eff) / (1 + w^2) at the tilt (H, G), |zolzbase1| = |zolzbase2| = 1/4.
 static double I_100(double H, double G, double t) {
     const double K = 27.0170930845, K_n = std::sqrt(K * K - (H * H + G * G) / 64), xi = K_n / 0.00761203123284;
@@ -44,42 +36,17 @@ static std::string filled(std::string text, const std::vector<std::string>& valu
     return text;
 }
 
-// Where a pattern has '@', the text may have any number.
-static bool matches(const std::string& text, const std::string& pattern) {
-    const char* c = text.c_str();
-    for (char p : pattern) {
-        char* end = const_cast<char*>(c) + (*c == p ? 1 : 0);
-        if (p == '@')
-            std::strtod(c, &end);
-        if (end == c)
-            return false;
-        c = end;
-    }
-    return *c == '\0';
-}
-
-static std::string from(const std::string& text, const std::string& begin) {
-    const std::size_t at = text.find(begin);
-    return at == std::string::npos ? "nothing from " + begin + " on in " + text : text.substr(at);
-}
-
 static std::string between(const std::string& text, const std::string& begin, const std::string& end) {
     const std::string rest = from(text, begin);
     return rest.substr(begin.size(), rest.find(end, begin.size()) - begin.size());
 }
 
 namespace {
-struct sim_dir : table_dir {
-    outcome run(const std::string& text, const std::string& ini = "") const {
-        write_file(path / "a.dat", text);
-        write_file(path / "orvel.ini", ini + "INI_PARAM_END\n");
-        return run_orvel(path, {"a.dat"});
-    }
+struct sim_dir : job_dir {
     std::string file(const std::string& name) const { return read_file(path / name); }
 };
 } // namespace
 
-static const std::string progress = "5%10%15%20%25%30%35%40%45%50%55%60%65%70%75%80%85%90%95%";
 static const std::string fg_error = "$$ Error in Fg calc. You should check params.\n";
 
 TEST(SimJob, EveryLineOfConsoleAndFiles) {
@@ -112,7 +79,7 @@ TEST(SimJob, EveryLineOfConsoleAndFiles) {
                          "1\t0\t0\t6\t0\n0\t0\t0\t0\t0\n}RF_INDEX\nCOORD{\n1 3    #num_pix, num_pix_side\n"
                          "0 0 0 0    #Hbgn Hend Gbgn Gend\n# H, G, ih, ig, flag\n0 0 0 0 1\n}COORD\n# intensities\n"
                          "RF{\n# hkl\n1\t0\t0\n{}\n}RF\nRF{\n# hkl\n0\t0\t0\n{}\n}RF\n",
-                         {name, g_format(1e4 - I), g_format(I), t, g_format(I), g_format(1e4 - I)}));
+                         {name, number(1e4 - I), number(I), t, number(I), number(1e4 - I)}));
     }
     EXPECT_FALSE(fs::exists(dir.path / "a_rs2.txt"));
 }
@@ -147,13 +114,13 @@ TEST(SimJob, Meshes) {
             int flag;
             ASSERT_EQ(std::sscanf(row.c_str(), "%lg %lg %*d %*d %d", &H, &G, &flag), 3);
             const double I = flag * I_100(H - 0.5, G + 0.25, 1500.5);
-            origin += g_format(flag * 2 - 2 * I) + "\n";
-            base += g_format(2 * I) + "\n";
+            origin += number(flag * 2 - 2 * I) + "\n";
+            base += number(2 * I) + "\n";
             max = std::max({max, flag * 2 - 2 * I, 2 * I});
             min = std::min({min, flag * 2 - 2 * I, 2 * I});
         }
         const std::string result = dir.file("a_rs1.txt");
-        EXPECT_EQ(between(result, "[>0]\n", "\n"), g_format(max) + "\t" + g_format(min));
+        EXPECT_EQ(between(result, "[>0]\n", "\n"), number(max) + "\t" + number(min));
         EXPECT_EQ(from(result, "RF_INDEX{"),
                   filled("RF_INDEX{\n# reflections\n# number of reflections\n2\n# h k l, position (pixel coord)\n"
                          "0\t0\t0\t0\t0\n1\t0\t0\t{}\t0\n}RF_INDEX\nCOORD{\n{}    #num_pix, num_pix_side\n"
@@ -174,15 +141,15 @@ TEST(SimJob, DumpsOfATilt) {
         std::string text;
         bool at_2;
     } pieces[] = {
-        {"$$ calc_sg_beta_g\n$$ Sg(0 0 0) = 0\n$$ beta_ge(0 0 0) = 1\n$$ Sg(1 0 0) = " + g_format(-0.5 / 32 / K) +
-             "\n$$ beta_ge(1 0 0) = 1\n$$ Sg(-1 0 0) = " + g_format(-1.5 / 32 / K) + "\n$$ beta_ge(-1 0 0) = 1\n",
+        {"$$ calc_sg_beta_g\n$$ Sg(0 0 0) = 0\n$$ beta_ge(0 0 0) = 1\n$$ Sg(1 0 0) = " + number(-0.5 / 32 / K) +
+             "\n$$ beta_ge(1 0 0) = 1\n$$ Sg(-1 0 0) = " + number(-1.5 / 32 / K) + "\n$$ beta_ge(-1 0 0) = 1\n",
          false},
         {"$$ vg_select\n$$ construct_matrix\n", false},
         {"$$a_matrix:\n0\t0\t0\t0\n1\t0\t0.00761203\t0\n2\t0\t0.00761203\t0\n0\t1\t0.00761203\t0\n1\t1\t-0.03125\t0\n"
          "2\t1\t@\t@\n0\t2\t0.00761203\t0\n1\t2\t@\t@\n2\t2\t-0.09375\t0\n",
          true},
         {"$$ Bethe Approx.\n$$ invmat: Numpack inv_c_mat()\n", false},
-        {"$$bethe_matrix:\n0\t0\t" + g_format(0.00761203123284 * 0.00761203123284 / 0.09375) + "\t0\n" +
+        {"$$bethe_matrix:\n0\t0\t" + number(0.00761203123284 * 0.00761203123284 / 0.09375) + "\t0\n" +
              pair.substr(pair.find('\n') + 1),
          true},
         {"$$ eigen values and vectors: eispack_cg\n", false},

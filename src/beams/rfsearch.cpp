@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "beams/rfsearch.h"
 
-#include <climits>
 #include <cmath>
-#include <cstdint>
 #include <cstdlib>
 
 #include "control/orvel.h"
@@ -65,10 +63,8 @@ void fget_beams(int num_exact, int num_bethe, hkl* list, std::FILE* file) {
         fget_hkl(&list[i], file);
 }
 
-// A new list for both counts; a sum that no int holds is more than any memory.
 static hkl* new_reflex_sel(int num_exact, int num_bethe) {
-    const bool countable = num_bethe <= INT_MAX - num_exact;
-    return new_vector<hkl>(countable ? to_size(num_exact + num_bethe) : SIZE_MAX);
+    return new_vector<hkl>(countable(to_size(num_exact) + to_size(num_bethe)));
 }
 
 void fget_manual_beams(std::FILE* file, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel) {

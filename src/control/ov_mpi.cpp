@@ -9,11 +9,17 @@ namespace orvel {
 int num_procs = 1;
 int proc_id = 0;
 
+[[noreturn]] static void not_written() {
+    ov_abort(stderr, "$$ A result file could not be written completely. Abort.\n");
+}
+
 void ov_fprintf(std::FILE* stream, const char* format, ...) {
     va_list values;
     va_start(values, format);
-    std::vfprintf(stream, format, values);
+    const int written = std::vfprintf(stream, format, values);
     va_end(values);
+    if (written < 0) // a full disk: no job computes on for nothing
+        not_written();
 }
 
 void ov_fprintf_stdo(std::FILE* stream, const char* format, ...) {
@@ -39,7 +45,7 @@ std::FILE* ov_fopen_chk_wmode(const char* path) {
 void ov_fclose(std::FILE* stream) {
     const bool failed = std::ferror(stream) != 0;
     if (std::fclose(stream) != 0 || failed)
-        ov_abort(stderr, "$$ A result file could not be written completely. Abort.\n");
+        not_written();
 }
 
 void ov_exit_with(std::FILE* stream, const char* prefix, const char* format, std::va_list values) {

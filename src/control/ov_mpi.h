@@ -17,7 +17,8 @@ namespace orvel {
 extern int num_procs;
 extern int proc_id;
 
-// Formatted text to one stream.
+// Formatted text to one stream. A stream that cannot take it (a full disk): message on standard
+// error, status 1.
 void ov_fprintf(std::FILE* stream, const char* format, ...) ORVEL_PRINTF(2, 3);
 
 // The same text to the stream and then to the console.

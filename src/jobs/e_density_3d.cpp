@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "jobs/e_density.h"
 
-#include <climits>
 #include <cmath>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -112,8 +110,7 @@ static void list_all_reflections(sd& cond) {
     const int hx = cond.nx / 2, hy = cond.ny / 2, hz = cond.nz / 2;
     const std::size_t count = size_product(size_product(to_size(cond.nx - 1), to_size(cond.ny - 1)), to_size(cond.nz - 1));
     std::free(cond.reflex_sel);
-    // More than an int counts is more than any memory holds.
-    cond.reflex_sel = new_vector<hkl>(count <= INT_MAX ? count : SIZE_MAX);
+    cond.reflex_sel = new_vector<hkl>(countable(count));
     cond.num_exact_beam = static_cast<int>(count);
     cond.num_bethe_beam = 0;
     ov_fprintf(stdout, "$$ number of reflections for FFT = %d\n", cond.num_exact_beam);

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "jobs/ov_sim.h"
 
-#include <climits>
 #include <cmath>
-#include <cstdint>
 #include <cstdlib>
 
 #include "control/orvel.h"
@@ -52,8 +50,7 @@ void calc_kxy_tilt(sd& cond, lattice lat) {
     int num_h, num_g, first_h, first_g;
     mesh_shape(cond, num_h, num_g, first_h, first_g);
     const std::size_t size = size_product(to_size(num_h), to_size(num_g));
-    // More tilts than an int counts are more than any memory holds.
-    cond.k_tilt = new_vector<r_hkl>(size <= INT_MAX ? size : SIZE_MAX);
+    cond.k_tilt = new_vector<r_hkl>(countable(size));
     cond.k_pixel = new_vector<pixel>(size);
     cond.num_k_points = num_h * num_g;
     cond.num_k_points_effective = 0;

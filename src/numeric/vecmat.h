@@ -5,7 +5,9 @@
 // frees it. All memory starts as zero bytes: no result ever depends on what was there before.
 #pragma once
 
+#include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <type_traits>
 
@@ -14,6 +16,10 @@ namespace orvel {
 // Product of two sizes; saturates instead of overflowing, so that an impossible size cannot be
 // mistaken for a small one.
 std::size_t size_product(std::size_t a, std::size_t b);
+
+// A size that an int counts, or one that no memory holds: the program counts in int, and an
+// allocation of more must fail before such a count is used.
+inline std::size_t countable(std::size_t count) { return count <= INT_MAX ? count : SIZE_MAX; }
 
 // A count as a size; negative counts are 0.
 inline std::size_t to_size(int count) { return count > 0 ? static_cast<std::size_t>(count) : 0; }

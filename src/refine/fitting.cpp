@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "refine/fitting.h"
 
-#include <climits>
 #include <cmath>
-#include <cstdint>
 #include <cstdlib>
 
 #include "control/orvel.h"
@@ -104,9 +102,6 @@ struct cycle_stores {
     r_hkl* K_t;           // P
     work_cal_int work;
 };
-
-// What an int cannot count is more than any memory holds.
-static std::size_t countable(std::size_t count) { return count <= INT_MAX ? count : SIZE_MAX; }
 
 static cycle_stores new_stores(const fed& set, const ei& intensity, int num_perturb) {
     cycle_stores s = {};

@@ -20,7 +20,8 @@ static void print_row(const char* label, const double* row, int n) {
     ov_fprintf(stdout, "\n");
 }
 
-static void print_normal(int call, const double* par, double chisq, const double* const* alpha, const double* beta, int n) {
+static void print_normal(int call, const double* par, double chisq, const double* const* alpha,
+                         const double* beta, int n) {
     ov_fprintf(stdout, "@cycle %d\n", call);
     print_row("@par", par, n);
     print_row("@chisq", &chisq, 1);

@@ -59,9 +59,9 @@ static int judge(const fit_cycle& cycle, const outlook& view, const fit_problem&
 
 // A trial vector that made chi-square grow: is that rounding? It is where the model itself promises no
 // more than the tolerance, and the step was small, or short by damping.
-static bool is_tolerable(double chisq, const fit_cycle& best, const outlook& view, double farthest, double lambda) {
+static bool is_tolerable(double increase, const fit_cycle& best, const outlook& view, double farthest, double lambda) {
     const double tolerance = epsilon.tol_chisq_rel * best.chisq;
-    return chisq - best.chisq <= tolerance && view.gain <= tolerance &&
+    return increase <= tolerance && view.gain <= tolerance &&
            (farthest <= epsilon.tol_parameter || lambda > epsilon.tol_lambda);
 }
 
@@ -78,23 +78,24 @@ static double next_lambda(double lambda, double decrease, double promised) {
     return decrease >= poor * promised ? lambda : small_rise * lambda;
 }
 
-// The next trial's step. It moves no parameter by more than part of its value, now or as read: beyond
+// The next trial's step. It moves no parameter by more than its value, now or as read: beyond
 // that the model holds no longer, and a crystal may come out that has no pattern at all.
-static Eigen::VectorXd trial_step(const fit_cycle& best, const outlook& view, const fit_problem& problem, double lambda) {
-    const double largest_part = 1.0;
+static Eigen::VectorXd trial_step(const fit_cycle& best, const outlook& view, const fit_problem& problem,
+                                  double lambda) {
     const Eigen::VectorXd step = solve_step(best, view.free, lambda);
     double shrink = 1.0;
     for (int j : view.free) {
-        const double value = std::fmax(std::fabs(best.par[j]), std::fabs(problem.parameter[to_size(j)].descriptor->ini_val));
-        if (value > 0 && std::fabs(step[j]) > largest_part * value)
-            shrink = std::fmin(shrink, largest_part * value / std::fabs(step[j]));
+        const double as_read = problem.parameter[to_size(j)].descriptor->ini_val;
+        const double value = std::fmax(std::fabs(best.par[j]), std::fabs(as_read));
+        if (value > 0 && std::fabs(step[j]) > value)
+            shrink = std::fmin(shrink, value / std::fabs(step[j]));
     }
     return shrink * step;
 }
 
 static void report_trial(const fit_run& run, const fit_cycle& trial, double lambda, bool better) {
-    ov_fprintf_stdo(run.context.log, "** Cycle %d: chisq = %g, lambda = %g: %s\n", run.calls, trial.chisq, lambda,
-                    better ? "accepted" : "rejected");
+    ov_fprintf_stdo(run.context.log, "** Cycle %d: chisq = %g, lambda = %g: %s\n",
+                    run.calls, trial.chisq, lambda, better ? "accepted" : "rejected");
 }
 
 // True if there is a call for a trial vector and, should it fail, one to repeat the best.
@@ -119,15 +120,15 @@ fit_end iterate(fit_run& run, fit_cycle& best) {
         const Eigen::VectorXd step = trial_step(best, view, problem, lambda);
         const fit_cycle trial = run_cycle(best.par + step, run);
         const double promised = step.dot(2 * best.beta - best.alpha * step);
-        const double decrease = best.chisq - trial.chisq;
-        at_best = is_finite(trial) && decrease >= 0;
+        const double decrease = is_finite(trial) ? best.chisq - trial.chisq : -HUGE_VAL;
+        at_best = decrease >= 0;
         report_trial(run, trial, lambda, at_best);
         end.lambda = next_lambda(lambda, decrease, promised);
         if (at_best) {
             best = trial;
             view = look_ahead(best, problem);
             end.status = judge(best, view, problem);
-        } else if (is_tolerable(trial.chisq, best, view, farthest_move(step, view), lambda)) {
+        } else if (is_tolerable(-decrease, best, view, farthest_move(step, view), lambda)) {
             end.status = status_tolerable;
         } else if (end.lambda > epsilon.marq_lambda_max) {
             end.status = status_too_damped;

@@ -114,7 +114,8 @@ static void refine(const fit_options& options, const char* stem, std::FILE* log)
     read_fit_problem(options.file, stem, true, problem);
     set_csd_fed_step(problem.crystal, problem.num_fed, problem.sets);
     fit_run run = {&problem, {}, options.cycles, options.dump_normal, 0};
-    run.context = {&problem.crystal, problem.sets, problem.intensities, problem.num_fed, problem.num_csd_fitpar, stem, log};
+    run.context = {&problem.crystal, problem.sets, problem.intensities, problem.num_fed,
+                   problem.num_csd_fitpar, stem, log};
     fit_cycle best;
     const fit_end end = iterate(run, best);
     report_fit(run, best, end, stem);

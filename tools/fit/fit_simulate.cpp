@@ -22,7 +22,8 @@ static void chk_may_overwrite(const char* name) {
     if (file == nullptr)
         return;
     char line[line_max] = "";
-    const bool simulated = std::fgets(line, line_max, file) != nullptr && std::strncmp(line, mark, std::strlen(mark)) == 0;
+    const bool readable = std::fgets(line, line_max, file) != nullptr;
+    const bool simulated = readable && std::strncmp(line, mark, std::strlen(mark)) == 0;
     std::fclose(file);
     if (!simulated)
         ov_abort(stdout, "$$ %s is no simulated file and stays. Abort.\n", name);
@@ -87,7 +88,8 @@ static void calc_shifted(csd& crystal, const fed& set, const measured_square& sq
 // The kernel compares the model at (h, g) with the point measured at (h, g) less the shift: so what
 // stands at a measured point is the model one shift away. Each distinct shift is a pattern of its
 // own. Result in pattern[r][t][i].
-static void calc_measured(csd& crystal, fed& set, const measured_square& square, ei& e, double*** pattern, std::FILE* log) {
+static void calc_measured(csd& crystal, fed& set, const measured_square& square, ei& e, double*** pattern,
+                          std::FILE* log) {
     const bool automatic = method_of(set.beam_search.flag_bs) != method_manual;
     if (automatic)
         auto_ed_beams(set, crystal);
