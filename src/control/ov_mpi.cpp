@@ -9,6 +9,12 @@ namespace orvel {
 int num_procs = 1;
 int proc_id = 0;
 
+// A failure ends the process at once: texts go out, and nothing else is tidied up.
+[[noreturn]] static void end_failed() {
+    std::fflush(nullptr);
+    std::_Exit(EXIT_FAILURE);
+}
+
 [[noreturn]] static void not_written() {
     ov_abort(stderr, "$$ A result file could not be written completely. Abort.\n");
 }
@@ -52,7 +58,7 @@ void ov_exit_with(std::FILE* stream, const char* prefix, const char* format, std
     std::fputs(prefix, stream);
     std::vfprintf(stream, format, values);
     std::fputc('\n', stream);
-    std::exit(EXIT_FAILURE);
+    end_failed();
 }
 
 void ov_error_exit(std::FILE* stream, const char* format, ...) {
@@ -66,7 +72,7 @@ void ov_abort(std::FILE* stream, const char* format, ...) {
     va_start(values, format);
     std::vfprintf(stream, format, values);
     va_end(values);
-    std::exit(EXIT_FAILURE);
+    end_failed();
 }
 
 } // namespace orvel

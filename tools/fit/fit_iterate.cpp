@@ -78,17 +78,19 @@ static double next_lambda(double lambda, double decrease, double promised) {
     return decrease >= poor * promised ? lambda : small_rise * lambda;
 }
 
-// The next trial's step. It moves no parameter by more than its value, now or as read: beyond
-// that the model holds no longer, and a crystal may come out that has no pattern at all.
+// The next trial's step. No scale factor and no thickness moves by more than half its value, now or as
+// read: at 0 they lose their meaning, and far from it the model holds no longer.
 static Eigen::VectorXd trial_step(const fit_cycle& best, const outlook& view, const fit_problem& problem,
                                   double lambda) {
+    const double largest_part = 0.5;
     const Eigen::VectorXd step = solve_step(best, view.free, lambda);
     double shrink = 1.0;
     for (int j : view.free) {
-        const double as_read = problem.parameter[to_size(j)].descriptor->ini_val;
-        const double value = std::fmax(std::fabs(best.par[j]), std::fabs(as_read));
-        if (value > 0 && std::fabs(step[j]) > value)
-            shrink = std::fmin(shrink, value / std::fabs(step[j]));
+        const fit_value& parameter = problem.parameter[to_size(j)];
+        const double value = std::fmax(std::fabs(best.par[j]), std::fabs(parameter.descriptor->ini_val));
+        const bool bounded = parameter.kind == value_scale || parameter.kind == value_thickness;
+        if (bounded && std::fabs(step[j]) > largest_part * value)
+            shrink = std::fmin(shrink, largest_part * value / std::fabs(step[j]));
     }
     return shrink * step;
 }

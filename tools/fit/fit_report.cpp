@@ -48,7 +48,7 @@ void warn_of_fixed(const fit_problem& problem, const std::vector<int>& free, std
 
 // Parameters whose standard deviation is that much larger than with all others fixed.
 static void warn_of_inseparable(const fit_run& run, const fit_cycle& best, const Eigen::MatrixXd& covariance) {
-    const double inflation = 1e10; // of a variance
+    const double inflation = 1e6; // of a variance: what rounding and finite steps leave of no difference
     for (int j = 0; j < run.problem->num_fitpar; ++j)
         if (covariance(j, j) * best.alpha(j, j) > inflation)
             ov_fprintf_stdo(run.context.log, "$$Warning: the data do not separate [%d] %s from other parameters.\n", j,
