@@ -281,25 +281,25 @@ TEST(Fit, Inseparable) {
     const fit end = dir.recover(from, with(from, {{"700 ADJ", "720 ADJ"}}));
     EXPECT_EQ(end.status, 0) << end.out;
     for (const std::string id : {"[0] o1", "[1] o2"})
-        EXPECT_TRUE(contains(end.out, "$$Warning: the data do not separate " + id + " from other parameters.\n")) << end.out;
+        EXPECT_TRUE(contains(end.out, "$$Warning: the data do not separate " + id + " from other")) << end.out;
     EXPECT_NEAR(end.end.at("o1").value + end.end.at("o2").value, 1, 0.01);
     EXPECT_NEAR(end.end.at("thickness").value, 700, 4 * end.end.at("thickness").esd);
 }
 
-// From here the second trial leads uphill.
-static const changes far_off = {{"0.5 ADJ", "0.1 ADJ"}, {"700 ADJ", "950 ADJ"}};
+// From here the third trial leads uphill.
+static const changes far_off = {{"0.5 ADJ", "2 ADJ"}, {"700 ADJ", "950 ADJ"}};
 
 TEST(Fit, RejectedTrialIsTakenBack) {
     const fit_dir dir;
-    const fit end = dir.recover(truth, with(truth, far_off), {"--cycles", "4", "--dump-normal"});
-    ASSERT_EQ(end.cycles.size(), 4u) << end.out;
-    EXPECT_EQ(end.cycles[1][par][2], 0.5) << "half the scale factor, and no more";
-    EXPECT_GT(end.cycles[2][chisq][0], end.cycles[1][chisq][0]);
-    EXPECT_EQ(end.cycles[3], end.cycles[1]);
-    EXPECT_NEAR(end.end.at("thickness").value, end.cycles[1][par][3], 1e-2);
+    const fit end = dir.recover(truth, with(truth, far_off), {"--cycles", "5", "--dump-normal"});
+    ASSERT_EQ(end.cycles.size(), 5u) << end.out;
+    EXPECT_EQ(end.cycles[1][par][2], 0.5) << "half the scale factor, and no less";
+    EXPECT_GT(end.cycles[3][chisq][0], end.cycles[2][chisq][0]);
+    EXPECT_EQ(end.cycles[4], end.cycles[2]);
+    EXPECT_NEAR(end.end.at("thickness").value, end.cycles[2][par][3], 1e-2);
     const std::string pattern = read_file("a_res0.txt");
-    EXPECT_EQ(dir.run(with(truth, far_off), {"--cycles", "3"}).status, 0);
-    EXPECT_EQ(read_file("a_res0.txt"), pattern);
+    EXPECT_EQ(dir.run(with(truth, far_off), {"--cycles", "4"}).status, 0);
+    EXPECT_EQ(read_file("a_res0.txt"), pattern) << "one call is kept back";
 }
 
 TEST(Fit, Ends) {
@@ -416,6 +416,7 @@ TEST(Fit, BadFiles) {
         {simulate, {"2\n11\n", "1\n11\n"}, "$$ Invalid calc_type=1. Abort.\n"},
         {simulate, {"11\n0.5\n", "11\n0\n"}, "$$ Invalid disksize(=0). Abort.\n"},
         {simulate, {"0 FIX H1", "0.6 FIX H1"}, "$$ Shift 0.6 is larger than the disk. Abort.\n"},
+        {simulate, {"0 FIX G1", "nan FIX G1"}, "$$ Shift nan is larger than the disk. Abort.\n"},
         {simulate, {"scaling 100000", "scaling inf"}, "$$ The model gives intensities that are no numbers. Abort.\n"},
         {simulate, {"a.int\n1", "a.int\n0"}, "$$ Invalid num_thickness(=0). Abort.\n"},
         {simulate, {"a.int\n1\n5", "a.int\n1\n6"}, "$$(fget_hkl_weight) Format error. Abort. buf=}REFLEX_SHIFT_PAR\n."},

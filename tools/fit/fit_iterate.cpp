@@ -31,20 +31,15 @@ struct outlook {
     double farthest; // largest move to it, in units of the standard deviations
 };
 
-static double farthest_move(const Eigen::VectorXd& step, const outlook& view) {
-    double farthest = 0.0;
-    for (int j : view.free)
-        farthest = std::max(farthest, std::fabs(step[j]) / view.esd[j]);
-    return farthest;
-}
-
 static outlook look_ahead(const fit_cycle& cycle, const fit_problem& problem) {
     outlook view;
     view.free = free_parameters(cycle, problem);
     view.esd = covariance_of(cycle, view.free).diagonal().cwiseSqrt();
     const Eigen::VectorXd step = solve_step(cycle, view.free, 0.0);
     view.gain = cycle.beta.dot(step);
-    view.farthest = farthest_move(step, view);
+    view.farthest = 0.0;
+    for (int j : view.free)
+        view.farthest = std::max(view.farthest, std::fabs(step[j]) / view.esd[j]);
     return view;
 }
 
@@ -57,12 +52,12 @@ static int judge(const fit_cycle& cycle, const outlook& view, const fit_problem&
     return status_running;
 }
 
-// A trial vector that made chi-square grow: is that rounding? It is where the model itself promises no
-// more than the tolerance, and the step was small, or short by damping.
-static bool is_tolerable(double increase, const fit_cycle& best, const outlook& view, double farthest, double lambda) {
+// A trial vector that made chi-square grow: is that rounding? It is where the model promises no more than
+// the tolerance, and that is little for so many parameters, or even a step short by damping led uphill.
+static bool is_tolerable(double increase, const fit_cycle& best, const outlook& view, double lambda) {
     const double tolerance = epsilon.tol_chisq_rel * best.chisq;
-    return increase <= tolerance && view.gain <= tolerance &&
-           (farthest <= epsilon.tol_parameter || lambda > epsilon.tol_lambda);
+    const double little = epsilon.tol_chisq_abs * static_cast<double>(view.free.size());
+    return increase <= tolerance && view.gain <= tolerance && (view.gain <= little || lambda > epsilon.tol_lambda);
 }
 
 // lambda behind a trial. Plainly it falls behind a success and rises behind a failure. The modified
@@ -78,19 +73,18 @@ static double next_lambda(double lambda, double decrease, double promised) {
     return decrease >= poor * promised ? lambda : small_rise * lambda;
 }
 
-// The next trial's step. No scale factor and no thickness moves by more than half its value, now or as
-// read: at 0 they lose their meaning, and far from it the model holds no longer.
+// The next trial's step. No scale factor and no thickness falls below half its value: at 0 they lose
+// their meaning.
 static Eigen::VectorXd trial_step(const fit_cycle& best, const outlook& view, const fit_problem& problem,
                                   double lambda) {
     const double largest_part = 0.5;
     const Eigen::VectorXd step = solve_step(best, view.free, lambda);
     double shrink = 1.0;
     for (int j : view.free) {
-        const fit_value& parameter = problem.parameter[to_size(j)];
-        const double value = std::fmax(std::fabs(best.par[j]), std::fabs(parameter.descriptor->ini_val));
-        const bool bounded = parameter.kind == value_scale || parameter.kind == value_thickness;
-        if (bounded && std::fabs(step[j]) > largest_part * value)
-            shrink = std::fmin(shrink, largest_part * value / std::fabs(step[j]));
+        const fit_value_kind kind = problem.parameter[to_size(j)].kind;
+        const double fall = largest_part * best.par[j];
+        if ((kind == value_scale || kind == value_thickness) && fall > 0 && -step[j] > fall)
+            shrink = std::fmin(shrink, -fall / step[j]);
     }
     return shrink * step;
 }
@@ -130,7 +124,7 @@ fit_end iterate(fit_run& run, fit_cycle& best) {
             best = trial;
             view = look_ahead(best, problem);
             end.status = judge(best, view, problem);
-        } else if (is_tolerable(-decrease, best, view, farthest_move(step, view), lambda)) {
+        } else if (is_tolerable(-decrease, best, view, lambda)) {
             end.status = status_tolerable;
         } else if (end.lambda > epsilon.marq_lambda_max) {
             end.status = status_too_damped;

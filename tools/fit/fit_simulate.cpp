@@ -61,10 +61,11 @@ static measured_square square_of(const fed& set) {
     double shift = 0.0;
     for (int r = 0; r < set.num_reflex; ++r) {
         for (int t = 0; t < set.num_thickness; ++t) {
-            const double larger = std::fmax(std::fabs(set.H_shift[r][t]), std::fabs(set.G_shift[r][t]));
-            if (!(larger <= set.disksize))
-                ov_abort(stdout, "$$ Shift %g is larger than the disk. Abort.\n", larger);
-            shift = std::max(shift, larger);
+            for (double value : {set.H_shift[r][t], set.G_shift[r][t]}) {
+                if (!(std::fabs(value) <= set.disksize))
+                    ov_abort(stdout, "$$ Shift %g is larger than the disk. Abort.\n", value);
+                shift = std::max(shift, std::fabs(value));
+            }
         }
     }
     const double pitch = 2 * set.disksize / (set.num_pix_side - 1);
