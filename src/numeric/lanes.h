@@ -50,7 +50,9 @@ inline cvec sub_mul(cvec z, cvec a, cvec b) {
 inline cvec add_conj_mul(cvec z, cvec a, cvec b) {
     return {z.re + a.re * b.re + a.im * b.im, z.im + a.re * b.im - a.im * b.re};
 }
+// a b and conj(a) b
 inline cvec mul(cvec a, cvec b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
+inline cvec conj_mul(cvec a, cvec b) { return {a.re * b.re + a.im * b.im, a.re * b.im - a.im * b.re}; }
 
 inline double sum_of(vec x) { return (x[0] + x[1]) + (x[2] + x[3]); }
 

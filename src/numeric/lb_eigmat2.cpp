@@ -7,7 +7,9 @@
 
 #include "control/orvel.h"
 #include "numeric/lb_rows.h"
+#include "numeric/planes.h"
 #include "numeric/vecmat.h"
+#include "numeric/workspace.h"
 
 namespace orvel {
 
@@ -121,81 +123,125 @@ void cbal(int n, complex** a, int& low, int& igh, double* scale) {
 
 // ---- reduction to Hessenberg form ----
 
-// The Householder vector u[m..last] that clears column m - 1 below its subdiagonal element, which
-// becomes minus g times itself; the reflection is I - u u^H / h. False for a negligible one.
-static bool householder(int m, int last, complex** a, complex* u,
-                        double& scale, double& g, double& h) {
+// Where corth works: the matrix, the reflection that it still lacks, the next vector v, and what a pass
+// over the matrix gives for it.
+struct hessenberg_work {
+    planes a;
+    pending_reflection old;
+    double *v_re, *v_im, *sum_re, *sum_im, *product_re, *product_im;
+};
+
+static hessenberg_work begin_reduction(int n, int first, const complex* const* a) {
+    const std::size_t num_vectors = 14;
+    const std::size_t ld = padded_columns(n);
+    const std::size_t size = planes_size(n) + num_vectors * ld;
+    double* block = static_cast<double*>(workspace(workspace_hessenberg, size_product(size, sizeof(double))));
+    hessenberg_work w;
+    w.a = take_planes(block, n);
+    w.old.first = first;
+    for (double** vector : {&w.old.u_re, &w.old.u_im, &w.old.z_re, &w.old.z_im, &w.old.y_re, &w.old.y_im,
+                            &w.old.u_col_re, &w.old.u_col_im, &w.v_re, &w.v_im, &w.sum_re, &w.sum_im,
+                            &w.product_re, &w.product_im})
+        *vector = take_zeros(block, ld);
+    to_planes(n, a, w.a);
+    return w;
+}
+
+// Applies what is pending to one column, rows 0..last, ahead of the others.
+static void update_column(int column, int last, hessenberg_work& w) {
+    pending_reflection& old = w.old;
+    const complex y = {old.y_re[column], old.y_im[column]};
+    const complex u_col = {old.u_col_re[column], old.u_col_im[column]};
+    for (int i = 0; i <= last; ++i) {
+        const complex left = c_mul({old.u_re[i], old.u_im[i]}, y);
+        const complex right = c_mul({old.z_re[i], old.z_im[i]}, u_col);
+        set_element(w.a, i, column, c_sub(c_sub(element(w.a, i, column), left), right));
+    }
+    old.y_re[column] = old.y_im[column] = 0.0;
+    old.u_col_re[column] = old.u_col_im[column] = 0.0;
+}
+
+// The Householder vector v[m..last] that clears column m - 1 below its subdiagonal element, which
+// becomes minus g times itself; the reflection is I - v v^H / h. False for a negligible one.
+static bool householder(int m, int last, hessenberg_work& w, double& scale, double& g, double& h) {
     scale = 0.0;
-    for (int i = m; i <= last; ++i)
-        scale = scale + std::fabs(a[i][m - 1].re) + std::fabs(a[i][m - 1].im);
+    for (int i = m; i <= last; ++i) {
+        const complex x = element(w.a, i, m - 1);
+        scale = scale + std::fabs(x.re) + std::fabs(x.im);
+    }
     if (scale < eps)
         return false;
+    std::fill(w.v_re, w.v_re + m, 0.0);
+    std::fill(w.v_im, w.v_im + m, 0.0);
     h = 0.0;
     for (int i = last; i >= m; --i) {
-        u[i] = {a[i][m - 1].re / scale, a[i][m - 1].im / scale};
-        h = h + u[i].re * u[i].re + u[i].im * u[i].im;
+        const complex x = element(w.a, i, m - 1);
+        w.v_re[i] = x.re / scale;
+        w.v_im[i] = x.im / scale;
+        h = h + w.v_re[i] * w.v_re[i] + w.v_im[i] * w.v_im[i];
     }
     g = std::sqrt(h);
-    const double f = pythag(u[m].re, u[m].im);
+    const double f = pythag(w.v_re[m], w.v_im[m]);
     if (f < eps) {
-        u[m].re = g;
-        a[m][m - 1].re = scale;
+        w.v_re[m] = g;
+        w.a.re[m * w.a.ld + m - 1] = scale;
     } else {
         h += f * g;
         g /= f;
-        u[m] = {(1.0 + g) * u[m].re, (1.0 + g) * u[m].im};
+        w.v_re[m] = (1.0 + g) * w.v_re[m];
+        w.v_im[m] = (1.0 + g) * w.v_im[m];
     }
     return true;
 }
 
-// A := (I - u u^H / h) A (I - u u^H / h) for u[m..last]; the left factor on columns m..n-1, the
-// right one on rows 0..last. The two meet in one pass, so that each row is fetched once.
-ORVEL_VECTOR_CLONES
-static void reflect(int n, int m, int last, complex** a, const complex* u, double h, complex* sum,
-                    complex* u_conj) {
-    for (int j = m; j < n; ++j)
-        sum[j] = {0.0, 0.0};
-    for (int i = last; i >= m; --i)
-        row_add(n - m, sum + m, c_conj(u[i]), a[i] + m);
-    for (int j = m; j < n; ++j)
-        sum[j] = {sum[j].re / h, sum[j].im / h};
-    for (int j = m; j <= last; ++j)
-        u_conj[j] = c_conj(u[j]);
-
-    constexpr int together = 4;
-    complex f[together];
-    for (int i = 0; i <= last;) {
-        const int rows = i + together <= last + 1 ? together : 1;
-        for (int r = std::max(i, m); r < i + rows; ++r)
-            row_add(n - m, a[r] + m, sum + m, {-u[r].re, -u[r].im});
-        if (rows == together)
-            row_sums<together>(a + i, last, m - 1, -1, u, f);
-        else
-            row_sums<1>(a + i, last, m - 1, -1, u, f);
-        for (int r = 0; r < rows; ++r, ++i)
-            row_add(last - m + 1, a[i] + m, {-f[r].re / h, -f[r].im / h}, u_conj + m);
+// Makes the reflection of v the pending one, from the sums and products that the pass has left.
+static void set_pending(int n, int m, int last, double h, hessenberg_work& w) {
+    pending_reflection& old = w.old;
+    old.first = m;
+    complex y_u = {0.0, 0.0};
+    for (int j = 0; j < n; ++j) {
+        const complex y = j < m ? complex{0.0, 0.0} : complex{w.sum_re[j] / h, w.sum_im[j] / h};
+        old.y_re[j] = y.re;
+        old.y_im[j] = y.im;
+        old.u_re[j] = old.u_col_re[j] = w.v_re[j];
+        old.u_im[j] = w.v_im[j];
+        old.u_col_im[j] = -w.v_im[j];
+        y_u = c_add(y_u, c_mul(y, {w.v_re[j], w.v_im[j]}));
     }
+    for (int i = 0; i <= last; ++i) {
+        const complex inner = c_mul({w.v_re[i], w.v_im[i]}, y_u);
+        old.z_re[i] = (w.product_re[i] - inner.re) / h;
+        old.z_im[i] = (w.product_im[i] - inner.im) / h;
+    }
+}
+
+static void pass_over(int n, int last, hessenberg_work& w) {
+    reflect_and_multiply(w.a, n, last, w.old, w.v_re, w.v_im, w.sum_re, w.sum_im, w.product_re, w.product_im);
 }
 
 void corth(int n, int low, int igh, complex** a, double* ortr, double* orti) {
     const int last = igh - 1;
-    complex* u = new_vector<complex>(to_size(n));
-    complex* u_conj = new_vector<complex>(to_size(n));
-    complex* sum = new_vector<complex>(to_size(n));
+    if (last - low < 1)
+        return;
+    hessenberg_work w = begin_reduction(n, low, a);
     for (int m = low; m < last; ++m) {
         double scale, g, h;
         ortr[m + 1] = 0.0;
         orti[m + 1] = 0.0;
-        if (!householder(m, last, a, u, scale, g, h))
+        update_column(m - 1, last, w);
+        if (!householder(m, last, w, scale, g, h))
             continue;
-        reflect(n, m, last, a, u, h, sum, u_conj);
-        ortr[m + 1] = scale * u[m].re;
-        orti[m + 1] = scale * u[m].im;
-        a[m][m - 1] = {-g * a[m][m - 1].re, -g * a[m][m - 1].im};
+        pass_over(n, last, w);
+        set_pending(n, m, last, h, w);
+        ortr[m + 1] = scale * w.v_re[m];
+        orti[m + 1] = scale * w.v_im[m];
+        const complex below = element(w.a, m, m - 1);
+        set_element(w.a, m, m - 1, {-g * below.re, -g * below.im});
     }
-    std::free(sum);
-    std::free(u_conj);
-    std::free(u);
+    std::fill(w.v_re, w.v_re + n, 0.0);
+    std::fill(w.v_im, w.v_im + n, 0.0);
+    pass_over(n, last, w);
+    from_planes(n, w.a, a);
 }
 
 // ---- the chain ----

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
 // comqr2 of the chain. Indices inside count from 0: lo..hi are the rows that balancing has left,
-// low - 1 to igh - 1. While it iterates, the transformation is held transposed (zt), so that the
-// rotation of two of its columns walks along two rows.
+// low - 1 to igh - 1. The product of all transformations is never formed: the rotations of all sweeps
+// are kept, and act at the end, like the reflections of corth, on the eigenvectors of the triangular
+// form, a panel of columns at a time. So do, on the matrix itself, the rotations of a sweep outside
+// its panels.
 #include "numeric/lb_eigmat2.h"
 
 #include <algorithm>
@@ -11,12 +13,19 @@
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
-#include "numeric/lb_rows.h"
-#include "numeric/vecmat.h"
+#include "numeric/planes.h"
+#include "numeric/workspace.h"
 
 namespace orvel {
 
+// Far from the limits of the number range the plain root is as good as the iteration, at a tenth of
+// the time.
 double pythag(double a, double b) {
+    const double smallest = 1e-280;
+    const double largest = 1e280;
+    const double squares = a * a + b * b;
+    if (squares > smallest && squares < largest)
+        return std::sqrt(squares);
     const double x = std::fabs(a);
     const double y = std::fabs(b);
     double p = x > y ? x : y;
@@ -52,78 +61,93 @@ static inline complex cdiv(complex z1, complex z2) {
     return {(a.re * b.re + a.im * b.im) / d, (a.im * b.re - a.re * b.im) / d};
 }
 
-// z = product of the reflections of corth. Their vectors stand below the subdiagonal of h, but for
-// the first elements, which are ortr, orti; norm is minus the h of corth times its scaling.
-ORVEL_VECTOR_CLONES
-static void accumulate(int n, int lo, int hi, const double* ortr, const double* orti,
-                       const complex* const* h, complex** z, complex* sum) {
-    for (int i = 0; i < n; ++i) {
-        for (int j = 0; j < n; ++j)
-            z[i][j] = {0.0, 0.0};
-        z[i][i] = {1.0, 0.0};
-    }
-    for (int i = hi - 1; i > lo; --i) {
-        const complex ort = {ortr[i + 1], orti[i + 1]};
-        const complex below = h[i][i - 1];
+// The matrix while it iterates, and what has been done to it.
+struct qr_work {
+    planes h;
+    planes u;        // row k: the vector of reflection k of corth, over rows k..hi
+    double* norm;    // of each reflection: minus the h of corth times its scaling; 0 if there is none
+    double* panel;   // n rows
+    complex* phase;  // that made the subdiagonal real, of each row
+    sweep* sweeps;   // in the order of time
+    rotation* g;     // of all sweeps
+    int num_sweeps;
+    std::size_t num_rotations;
+};
+
+static qr_work begin_iteration(int n) {
+    const std::size_t rows = padded_rows(n);
+    const std::size_t size = 2 * planes_size(n) + (panel_row + 3) * rows;
+    double* block = static_cast<double*>(workspace(workspace_qr, size_product(size, sizeof(double))));
+    qr_work w = {};
+    w.h = take_planes(block, n);
+    w.u = take_planes(block, n);
+    w.panel = take(block, panel_row * rows);
+    w.norm = take_zeros(block, rows);
+    w.phase = reinterpret_cast<complex*>(take(block, 2 * rows));
+    return w;
+}
+
+// Takes the reflections of corth out of h: their vectors stand below the subdiagonal, but for the
+// first elements, which are ortr, orti.
+static void read_reflections(int lo, int hi, const double* ortr, const double* orti, const complex* const* h, qr_work& w) {
+    for (int k = hi - 1; k > lo; --k) {
+        const complex ort = {ortr[k + 1], orti[k + 1]};
+        const complex below = h[k][k - 1];
         if ((std::fabs(ort.re) < eps && std::fabs(ort.im) < eps) ||
             (std::fabs(below.re) < eps && std::fabs(below.im) < eps))
             continue;
-        const int count = hi - i + 1;
-        const double norm = below.re * ort.re + below.im * ort.im;
-        for (int j = i; j <= hi; ++j)
-            sum[j] = {0.0, 0.0};
-        for (int k = i; k <= hi; ++k)
-            row_add(count, sum + i, c_conj(k == i ? ort : h[k][i - 1]), z[k] + i);
-        for (int j = i; j <= hi; ++j)
-            sum[j] = {sum[j].re / norm, sum[j].im / norm};
-        for (int k = i; k <= hi; ++k)
-            row_add(count, z[k] + i, sum + i, k == i ? ort : h[k][i - 1]);
+        w.norm[k] = below.re * ort.re + below.im * ort.im;
+        set_element(w.u, k, k, ort);
+        for (int i = k + 1; i <= hi; ++i)
+            set_element(w.u, k, i, h[i][k - 1]);
     }
 }
 
 // Makes the subdiagonal real by a diagonal unitary transformation. Its elements depend on each
-// other along the subdiagonal only, so that they come first, into phase.
-static void make_subdiagonal_real(int n, int lo, int hi, complex** h, complex** z,
-                                  complex* phase) {
-    phase[lo] = {1.0, 0.0};
+// other along the subdiagonal only, so that they come first, into phase. The matrix goes to planes,
+// with zeros below the subdiagonal.
+static void make_subdiagonal_real(int n, int lo, int hi, complex** h, qr_work& w) {
+    complex* phase = w.phase;
+    std::fill(phase, phase + n, complex{1.0, 0.0});
     for (int i = lo + 1; i <= hi; ++i) {
         complex& below = h[i][i - 1];
         below = c_mul(below, phase[i - 1]);
-        phase[i] = {1.0, 0.0};
         if (std::fabs(below.im) < eps)
             continue;
         const double norm = pythag(below.re, below.im);
         phase[i] = {below.re / norm, below.im / norm};
         below = {norm, 0.0};
     }
-    for (int i = 0; i <= hi; ++i) {
-        if (i > lo)
-            row_scale(n - i, h[i] + i, c_conj(phase[i]));
-        for (int j = std::max(i, lo + 1); j <= hi; ++j)
-            h[i][j] = c_mul(phase[j], h[i][j]);
+    to_planes(n, h, w.h);
+    for (int i = 0; i < n; ++i) {
+        const int begin = i > lo && i <= hi ? i - 1 : i;
+        std::fill(w.h.re + i * w.h.ld, w.h.re + i * w.h.ld + begin, 0.0);
+        std::fill(w.h.im + i * w.h.ld, w.h.im + i * w.h.ld + begin, 0.0);
+        if (begin < i)
+            w.h.im[i * w.h.ld + begin] = 0.0;
+        for (int j = i; j < n; ++j)
+            set_element(w.h, i, j, c_mul(c_mul(c_conj(phase[i]), h[i][j]), phase[j]));
     }
-    for (int i = lo; i <= hi; ++i)
-        for (int j = lo + 1; j <= hi; ++j)
-            z[i][j] = c_mul(phase[j], z[i][j]);
 }
 
 // First row of the last diagonal block that no negligible subdiagonal element divides.
-static int active_block(int lo, int en, const complex* const* h) {
+static int active_block(int lo, int en, planes h) {
     int l = en;
-    while (l > lo && !(std::fabs(h[l][l - 1].re) < eps))
+    while (l > lo && !(std::fabs(element(h, l, l - 1).re) < eps))
         --l;
     return l;
 }
 
 // Eigenvalue of the last 2 by 2 block that is closer to its last element.
-static complex shift(int en, const complex* const* h) {
-    const complex last = h[en][en];
-    const double below = h[en][en - 1].re;
-    const complex x = {h[en - 1][en].re * below, h[en - 1][en].im * below};
+static complex shift(int en, planes h) {
+    const complex last = element(h, en, en);
+    const complex before = element(h, en - 1, en - 1);
+    const complex beside = element(h, en - 1, en);
+    const double below = element(h, en, en - 1).re;
+    const complex x = {beside.re * below, beside.im * below};
     if (std::fabs(x.re) <= eps && std::fabs(x.im) <= eps)
         return last;
-    const complex y = {(h[en - 1][en - 1].re - last.re) / 2.0,
-                       (h[en - 1][en - 1].im - last.im) / 2.0};
+    const complex y = {(before.re - last.re) / 2.0, (before.im - last.im) / 2.0};
     complex z = csroot({y.re * y.re - y.im * y.im + x.re, 2.0 * y.re * y.im + x.im});
     if (y.re * z.re + y.im * z.im < 0.0)
         z = {-z.re, -z.im};
@@ -131,149 +155,94 @@ static complex shift(int en, const complex* const* h) {
 }
 
 // A shift that breaks the cycle of an iteration that does not converge.
-static complex exceptional_shift(int en, const complex* const* h) {
+static complex exceptional_shift(int en, planes h) {
     if (en < 2)
         ov_abort(stdout, "$$ en=%d, abort.\n", en + 1);
-    return {std::fabs(h[en][en - 1].re) + std::fabs(h[en - 1][en - 2].re), 0.0};
+    return {std::fabs(element(h, en, en - 1).re) + std::fabs(element(h, en - 1, en - 2).re), 0.0};
 }
 
-// (x, y) := (conj(c) x + s y, c y - s x) for n elements each.
-static inline void rotate_rows(int n, complex* __restrict x, complex* __restrict y,
-                               complex c, double s) {
-    for (int j = 0; j < n; ++j) {
-        const complex a = x[j];
-        const complex b = y[j];
-        x[j] = {c.re * a.re + c.im * a.im + s * b.re, c.re * a.im - c.im * a.re + s * b.im};
-        y[j] = {c.re * b.re - c.im * b.im - s * a.re, c.re * b.im + c.im * b.re - s * a.im};
-    }
-}
+// First column of the panel behind that of column j.
+static int next_panel(int j) { return (j / panel_width + 1) * panel_width; }
 
-// Length of (Re z, Im z, x), which every rotation needs. Far from the limits of the number range
-// the plain root is the same to rounding, at a tenth of the time.
-static inline double length_3(complex z, double x) {
-    const double smallest = 1e-280;
-    const double largest = 1e280;
-    const double squares = z.re * z.re + z.im * z.im + x * x;
-    if (squares > smallest && squares < largest)
-        return std::sqrt(squares);
-    return pythag(pythag(z.re, z.im), x);
-}
-
-// Reduces rows l..en to triangular form. Rotation i, of rows i - 1 and i, has cosine c[i - 1] and
-// sine s[i].
-ORVEL_VECTOR_CLONES
-static void sweep_rows(int n, int l, int en, complex** h, complex* c, double* s) {
-    for (int i = l + 1; i <= en; ++i) {
-        const complex diagonal = h[i - 1][i - 1];
-        const double below = h[i][i - 1].re;
-        const double norm = length_3(diagonal, below);
-        c[i - 1] = {diagonal.re / norm, diagonal.im / norm};
-        s[i] = below / norm;
-        h[i - 1][i - 1] = {norm, 0.0};
-        h[i][i - 1] = {0.0, 0.0};
-        rotate_rows(n - i, h[i - 1] + i, h[i] + i, c[i - 1], s[i]);
-    }
+static void scale_row(planes h, int row, int begin, int end, complex factor) {
+    for (int j = begin; j < end; ++j)
+        set_element(h, row, j, c_mul(factor, element(h, row, j)));
 }
 
 // Makes the last diagonal element of a triangular block real. Returns the factor that column en
 // still lacks, 1 if it is real within eps.
-static complex make_last_real(int n, int en, complex** h) {
-    const complex last = h[en][en];
+static complex make_last_real(int en, planes h) {
+    const complex last = element(h, en, en);
     if (std::fabs(last.im) <= eps)
         return {1.0, 0.0};
     const double norm = pythag(last.re, last.im);
     const complex q = {last.re / norm, last.im / norm};
-    h[en][en] = {norm, 0.0};
-    row_scale(n - en - 1, h[en] + en + 1, c_conj(q));
-    return std::fabs(q.im) < eps ? complex{1.0, 0.0} : q;
+    set_element(h, en, en, {norm, 0.0});
+    return q;
 }
 
-// Applies the rotations first..en to columns of R rows, each row by itself from left to right.
-template <int R>
-static inline void rotate_columns(complex* const* row, int first, int en,
-                                  const complex* c, const double* s) {
-    pair x[R];
-    for (int r = 0; r < R; ++r)
-        x[r] = load(row[r] + first - 1);
-    for (int j = first; j <= en; ++j) {
-        const double c_re = c[j - 1].re;
-        const pair c_im = {-c[j - 1].im, c[j - 1].im};
-        for (int r = 0; r < R; ++r) {
-            const pair a = x[r];
-            const pair b = load(row[r] + j);
-            store(row[r] + j - 1, c_re * a + c_im * exchanged(a) + s[j] * b);
-            x[r] = c_re * b - c_im * exchanged(b) - s[j] * a;
-        }
-    }
-    for (int r = 0; r < R; ++r)
-        store(row[r] + en, x[r]);
+// Room for the rotations of one more sweep of n rows.
+static sweep* next_sweep(int n, qr_work& w) {
+    const std::size_t sweeps_at_once = 1024;
+    const std::size_t rotations_at_once = 2 * to_size(n) * to_size(n); // a usual iteration needs fewer
+    const std::size_t sweeps = (to_size(w.num_sweeps) / sweeps_at_once + 1) * sweeps_at_once;
+    const std::size_t end = w.num_rotations + to_size(n);
+    const std::size_t all = (end / rotations_at_once + 1) * rotations_at_once;
+    w.sweeps = static_cast<sweep*>(workspace(workspace_sweeps, size_product(sweeps, sizeof(sweep))));
+    w.g = static_cast<rotation*>(workspace(workspace_rotations, size_product(all, sizeof(rotation))));
+    return w.sweeps + w.num_sweeps++;
 }
 
-// The inverse operation on columns. Row i begins at its subdiagonal element, so that the rows of a
-// block go one by one up to the first column that all of them have. Of the new subdiagonal only
-// the real part counts.
-ORVEL_VECTOR_CLONES
-static void sweep_columns(int l, int en, complex** h, const complex* c, const double* s) {
-    constexpr int together = 4;
-    for (int i = 0; i <= en;) {
-        const int rows = i + together - 1 <= en ? together : 1;
-        const int common = std::max(i + rows - 1, l + 1);
-        for (int r = i; r < i + rows; ++r)
-            if (std::max(r, l + 1) < common)
-                rotate_columns<1>(h + r, std::max(r, l + 1), common - 1, c, s);
-        if (rows == together)
-            rotate_columns<together>(h + i, common, en, c, s);
-        else
-            rotate_columns<1>(h + i, common, en, c, s);
-        i += rows;
-    }
+// One step H - sI = QR to RQ on the block l..en, s being subtracted already. An element to the left
+// of the block is negligible and takes no part.
+static void qr_step(int n, int l, int en, qr_work& w) {
+    sweep* step = next_sweep(n, w);
+    rotation* g = w.g + w.num_rotations;
+    double* beside = l > 0 ? w.h.re + l * w.h.ld + l - 1 : nullptr;
+    const double negligible = l > 0 ? *beside : 0.0;
+    if (l > 0)
+        *beside = 0.0;
+    rotate_to_triangle(w.h, l, en, g);
+    const complex q = make_last_real(en, w.h);
+    scale_row(w.h, en, en + 1, next_panel(en), c_conj(q));
+    const complex column_phase = std::fabs(q.im) < eps ? complex{1.0, 0.0} : q;
+    rotate_columns(w.h, l, en, g, column_phase);
+    if (l > 0)
+        *beside = negligible;
+    *step = {l, en, q, column_phase, w.num_rotations};
+    w.num_rotations += to_size(en) + 1;
 }
 
-ORVEL_VECTOR_CLONES
-static void sweep_vectors(int l, int en, int lo, int hi, complex** zt,
-                          const complex* c, const double* s) {
-    for (int j = l + 1; j <= en; ++j)
-        rotate_rows(hi - lo + 1, zt[j - 1] + lo, zt[j] + lo, c_conj(c[j - 1]), s[j]);
-}
-
-// QR iteration on the block lo..hi. The cosines of the last sweep stand in w, as long as no root
-// takes their place. False if 30 n sweeps do not suffice.
-static bool find_roots(int n, int lo, int hi, complex** h, complex* w, complex** zt, double* s) {
+// QR iteration on the block lo..hi. False if 30 n sweeps do not suffice.
+static bool find_roots(int n, int lo, int hi, complex* roots, int& num_left, qr_work& w) {
     complex t = {0.0, 0.0}; // sum of the shifts
     int sweeps_left = 30 * n;
     for (int en = hi; en >= lo; --en) {
-        int l = active_block(lo, en, h);
-        for (int its = 0; l != en; ++its, l = active_block(lo, en, h)) {
-            if (sweeps_left-- == 0)
+        int l = active_block(lo, en, w.h);
+        for (int its = 0; l != en; ++its, l = active_block(lo, en, w.h)) {
+            if (sweeps_left-- == 0) {
+                num_left = en + 1;
                 return false;
-            const complex x = its == 10 || its == 20 ? exceptional_shift(en, h) : shift(en, h);
-            for (int i = lo; i <= en; ++i)
-                h[i][i] = c_sub(h[i][i], x);
-            t = c_add(t, x);
-            sweep_rows(n, l, en, h, w, s);
-            const complex q = make_last_real(n, en, h);
-            sweep_columns(l, en, h, w, s);
-            sweep_vectors(l, en, lo, hi, zt, w, s);
-            if (q.im != 0.0) {
-                for (int i = 0; i <= en; ++i)
-                    h[i][en] = c_mul(q, h[i][en]);
-                row_scale(hi - lo + 1, zt[en] + lo, q);
             }
+            const complex x = its == 10 || its == 20 ? exceptional_shift(en, w.h) : shift(en, w.h);
+            for (int i = lo; i <= en; ++i)
+                set_element(w.h, i, i, c_sub(element(w.h, i, i), x));
+            t = c_add(t, x);
+            qr_step(n, l, en, w);
         }
-        h[en][en] = c_add(h[en][en], t);
-        w[en] = h[en][en];
+        const complex root = c_add(element(w.h, en, en), t);
+        set_element(w.h, en, en, root);
+        roots[en] = root;
     }
     return true;
 }
 
-// Divides column en of the vectors from row i down by r if r is so large that 1 / r does not count
-// beside it.
-static void control_overflow(int i, int en, complex** h) {
-    const double r = std::fabs(h[i][en].re) + std::fabs(h[i][en].im);
-    if (r < eps || r + 1.0 / r > r)
-        return;
-    for (int j = i; j <= en; ++j)
-        h[j][en] = {h[j][en].re / r, h[j][en].im / r};
+// What an iteration without success leaves in place of the roots: the cosines of its rotations.
+static void leave_cosines(const qr_work& w, int num_left, complex* roots) {
+    for (int k = 0; k < w.num_sweeps; ++k)
+        for (int j = w.sweeps[k].first + 1; j <= w.sweeps[k].last; ++j)
+            if (j <= num_left)
+                roots[j - 1] = {w.g[w.sweeps[k].place + to_size(j)].c_re, w.g[w.sweeps[k].place + to_size(j)].c_im};
 }
 
 // A zero denominator becomes the first of 0.01 norm, 0.0001 norm ... that norm does not feel.
@@ -285,80 +254,75 @@ static double smallest_denominator(double norm) {
     return y;
 }
 
-// Replaces the upper triangle of h by its eigenvectors with unit diagonal, all columns of a row at
-// a time from the bottom up: h(i,en) = sum over j = i+1..en of h(i,j) h(j,en) / (w(en) - w(i)).
-ORVEL_VECTOR_CLONES
-static void back_substitute(int n, complex** h, const complex* w, double norm, complex* sum) {
-    for (int i = n - 2; i >= 0; --i) {
-        h[i + 1][i + 1] = {1.0, 0.0};
-        row_times_upper(n, i + 1, n - 1, h[i], h, sum);
-        for (int en = i + 1; en < n; ++en) {
-            complex y = c_sub(w[en], w[i]);
-            if (y.re == 0.0 && y.im == 0.0)
-                y.re = smallest_denominator(norm);
-            h[i][en] = cdiv(sum[en], y);
-            control_overflow(i, en, h);
-        }
-    }
-}
-
-static double largest_element(int n, const complex* const* h) {
+static double largest_element(int n, planes h) {
     double norm = 0.0;
-    for (int i = 0; i < n; ++i)
+    for (int i = 0; i < n; ++i) {
+        const double* re = h.re + i * h.ld;
+        const double* im = h.im + i * h.ld;
         for (int j = i; j < n; ++j)
-            norm = std::max(norm, std::fabs(h[i][j].re) + std::fabs(h[i][j].im));
+            norm = std::max(norm, std::fabs(re[j]) + std::fabs(im[j]));
+    }
     return norm;
 }
 
-// Vectors of the triangular form, in the upper triangle of h, to those of the full matrix.
-ORVEL_VECTOR_CLONES
-static void multiply_vectors(int n, int lo, int hi, const complex* const* h, complex** z,
-                             complex* sum) {
-    for (int i = 0; i < n; ++i) {
-        if (i < lo || i > hi) {
-            std::copy(h[i] + i + 1, h[i] + n, z[i] + i + 1);
-        } else {
-            row_times_upper(n, lo, hi, z[i], h, sum);
-            std::copy(sum + lo + 1, sum + n, z[i] + lo + 1);
-        }
-    }
+static complex panel_element(const double* panel, int row, int c) {
+    return {panel[row * panel_row + c], panel[row * panel_row + panel_width + c]};
 }
-
+static void set_panel_element(double* panel, int row, int c, complex z) {
+    panel[row * panel_row + c] = z.re;
+    panel[row * panel_row + panel_width + c] = z.im;
+}
 // Unit length for each column whose squared length is not below eps.
-static void normalise(int n, complex** z, double* length) {
-    for (int j = 0; j < n; ++j)
-        length[j] = 0.0;
+static void normalise(int n, double* panel) {
+    double length[panel_width] = {};
     for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j)
-            length[j] += c_norm(z[i][j]);
-    for (int j = 0; j < n; ++j)
-        length[j] = length[j] >= eps ? std::sqrt(length[j]) : 1.0;
+        for (int c = 0; c < panel_width; ++c)
+            length[c] += c_norm(panel_element(panel, i, c));
+    for (double& l : length)
+        l = l >= eps ? std::sqrt(l) : 1.0;
     for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j)
-            z[i][j] = {z[i][j].re / length[j], z[i][j].im / length[j]};
+        for (int c = 0; c < panel_width; ++c) {
+            panel[i * panel_row + c] /= length[c];
+            panel[i * panel_row + panel_width + c] /= length[c];
+        }
 }
 
 void comqr2(int n, int low, int igh, double* ortr, double* orti, complex** h, complex* eigen_val,
             complex** eigen_vec) {
     const int lo = low - 1;
     const int hi = igh - 1;
-    complex* sum = new_vector<complex>(to_size(n));
-    accumulate(n, lo, hi, ortr, orti, h, eigen_vec, sum);
-    make_subdiagonal_real(n, lo, hi, h, eigen_vec, sum);
+    qr_work w = begin_iteration(n);
+    read_reflections(lo, hi, ortr, orti, h, w);
+    make_subdiagonal_real(n, lo, hi, h, w);
     for (int i = 0; i < n; ++i)
         if (i < lo || i > hi)
             eigen_val[i] = h[i][i];
 
-    transpose(n, eigen_vec);
-    const bool found = find_roots(n, lo, hi, h, eigen_val, eigen_vec, ortr);
-    transpose(n, eigen_vec);
-    const double norm = found ? largest_element(n, h) : 0.0;
-    if (found && n > 1 && !(norm < eps)) {
-        back_substitute(n, h, eigen_val, norm, sum);
-        multiply_vectors(n, lo, hi, h, eigen_vec, sum);
-        normalise(n, eigen_vec, ortr);
+    int num_left = 0;
+    const bool found = find_roots(n, lo, hi, eigen_val, num_left, w);
+    if (!found)
+        leave_cosines(w, num_left, eigen_val);
+    for (int column = 0; column < n; column += panel_width)
+        apply_sweeps(w.h, column, w.num_sweeps, w.sweeps, w.g);
+    const double norm = found ? largest_element(n, w.h) : 0.0;
+    const bool with_vectors = found && n > 1 && !(norm < eps);
+    const double replaced_difference = with_vectors ? smallest_denominator(norm) : 0.0;
+    for (int column = 0; column < n; column += panel_width) {
+        const int columns = std::min(panel_width, n - column);
+        std::fill(w.panel, w.panel + panel_row * n, 0.0);
+        if (with_vectors)
+            back_substitute(w.h, eigen_val, n, column, replaced_difference, eps, w.panel);
+        else
+            for (int c = 0; c < columns; ++c)
+                set_panel_element(w.panel, column + c, c, {1.0, 0.0});
+        apply_sweeps_back(w.panel, column, w.num_sweeps, w.sweeps, w.g);
+        reflect_panel(w.panel, w.u, w.norm, w.phase, lo, hi);
+        if (with_vectors)
+            normalise(n, w.panel);
+        for (int i = 0; i < n; ++i)
+            for (int c = 0; c < columns; ++c)
+                eigen_vec[i][column + c] = panel_element(w.panel, i, c);
     }
-    std::free(sum);
 }
 
 } // namespace orvel
