@@ -66,25 +66,39 @@ static inline double rough_inverse_root(double x) {
     return x;
 }
 
-// Rotation that turns (re + i im, sigma below) into (sigma norm, 0). Close to the limits of the number
-// range the careful length is taken.
-static inline chain_link make_link(double re, double im, double below, double sigma2) {
+// What is carried along a panel.
+struct chain {
+    row_part carried;
+    double re[panel_width + 1], im[panel_width + 1]; // the same in memory
+    double d_re, d_im;                               // its element on the diagonal
+    double sigma2;
+};
+
+// Far enough from the limits of the number range for squares.
+static inline bool is_moderate(double squares) {
     const double smallest = 1e-280;
     const double largest = 1e280;
-    const double sigma = __builtin_sqrt(sigma2);
-    const double squares = re * re + im * im + below * below * sigma2; // sigma^2 norm^2
-    if (!(squares > smallest && squares < largest)) {
-        const double root = pythag(pythag(re, im), below * sigma);
-        const rotation g = {re / root, im / root, below * sigma / root};
-        return {g, root / sigma, g.c_re / sigma, g.c_im / sigma, 1.0 / root, 1.0};
-    }
+    return squares > smallest && squares < largest;
+}
+
+// Rotation that turns (d, sigma below) into (sigma norm, 0), for given squares = (sigma norm)^2.
+static inline chain_link make_link(const chain& c, double below, double squares) {
+    const double sigma = __builtin_sqrt(c.sigma2);
     const double root = __builtin_sqrt(squares);
     const double both = 1.0 / (root * sigma);
     const double inverse_root = both * sigma;
     const double inverse_sigma = both * root;
-    const rotation g = {re * inverse_root, im * inverse_root, below * (sigma * inverse_root)};
+    const rotation g = {c.d_re * inverse_root, c.d_im * inverse_root, below * (sigma * inverse_root)};
     const double kappa = rough_inverse_root(squares);
     return {g, root * inverse_sigma, g.c_re * inverse_sigma, g.c_im * inverse_sigma, kappa, squares * kappa * kappa};
+}
+
+// The same with the careful length.
+static chain_link make_careful_link(const chain& c, double below) {
+    const double sigma = __builtin_sqrt(c.sigma2);
+    const double root = pythag(pythag(c.d_re, c.d_im), below * sigma);
+    const rotation g = {c.d_re / root, c.d_im / root, below * sigma / root};
+    return {g, root / sigma, g.c_re / sigma, g.c_im / sigma, 1.0 / root, 1.0};
 }
 
 // A row with zeros up to column k.
@@ -98,52 +112,64 @@ static inline row_part right_of(row_part x, int k) {
     return x;
 }
 
-// The columns of one panel: rotations that are known, and then those that its own diagonal gives.
-static inline void triangularise_panel(planes h, int column, int first, int last, rotation* g) {
-    const int begin = first > column ? first : column;
-    const int end = last < column + panel_width ? last : column + panel_width;
-    double carried_re[panel_width + 1], carried_im[panel_width + 1];
-    row_part carried = rotate_down(h, column, first, begin, g);
-    store_row(carried_re, carried_im, carried);
-    carried_re[panel_width] = carried_im[panel_width] = 0.0;
-    double d_re = carried_re[begin - column];
-    double d_im = carried_im[begin - column];
-    double sigma2 = 1.0;
-    for (int j = begin + 1; j <= end; ++j) {
+// Rotations j .. end of a panel, which its own diagonal gives. Without care it stops in front of the
+// first one whose squares might overflow or vanish; returns the number of the next rotation.
+template <bool careful>
+static inline int rotate_chain(planes h, int column, int j, int end, chain& c, rotation* g) {
+    for (; j <= end; ++j) {
         double* re = h.re + (j - 1) * h.ld + column;
         double* im = h.im + (j - 1) * h.ld + column;
         const int k = j - 1 - column;
         const double below = re[h.ld + k];
-        const chain_link link = make_link(d_re, d_im, below, sigma2);
+        const double squares = c.d_re * c.d_re + c.d_im * c.d_im + below * below * c.sigma2;
+        if (!careful && !is_moderate(squares))
+            break;
+        const chain_link link = careful ? make_careful_link(c, below) : make_link(c, below, squares);
         const row_part next = load_row(re + h.ld, im + h.ld);
-        const cvec d = all(link.kappa * d_re, link.kappa * d_im);
+        const cvec d = all(link.kappa * c.d_re, link.kappa * c.d_im);
         const vec keep = all(link.kappa * below);
         if (k + 1 < panel_width) { // the next diagonal element, ahead of its row
             const double x_re = re[h.ld + k + 1];
             const double x_im = im[h.ld + k + 1];
-            const double next_re = d_re * x_re - d_im * x_im - below * carried_re[k + 1];
-            const double next_im = d_re * x_im + d_im * x_re - below * carried_im[k + 1];
-            d_re = link.kappa * next_re;
-            d_im = link.kappa * next_im;
+            const double next_re = c.d_re * x_re - c.d_im * x_im - below * c.re[k + 1];
+            const double next_im = c.d_re * x_im + c.d_im * x_re - below * c.im[k + 1];
+            c.d_re = link.kappa * next_re;
+            c.d_im = link.kappa * next_im;
         }
         row_part out;
         for (int v = 0; v < row_vectors; ++v) {
-            const cvec a = carried.v[v];
+            const cvec a = c.carried.v[v];
             const cvec from_a = conj_mul(all(link.out_re, link.out_im), a);
             const cvec from_b = mul(d, next.v[v]);
             out.v[v] = {link.g.s * next.v[v].re + from_a.re, link.g.s * next.v[v].im + from_a.im};
-            carried.v[v] = {from_b.re - keep * a.re, from_b.im - keep * a.im};
+            c.carried.v[v] = {from_b.re - keep * a.re, from_b.im - keep * a.im};
         }
-        store_row(carried_re, carried_im, carried);
+        store_row(c.re, c.im, c.carried);
         store_row(re, im, right_of(out, k));
         re[k] = link.norm;
         g[j] = link.g;
-        sigma2 = link.sigma2;
+        c.sigma2 = link.sigma2;
     }
-    const double inverse_sigma = 1.0 / __builtin_sqrt(sigma2);
-    for (cvec& x : carried.v)
+    return j;
+}
+
+// The columns of one panel: rotations that are known, and then its own.
+static void triangularise_panel(planes h, int column, int first, int last, rotation* g) {
+    const int begin = first > column ? first : column;
+    const int end = last < column + panel_width ? last : column + panel_width;
+    chain c;
+    c.carried = rotate_down(h, column, first, begin, g);
+    store_row(c.re, c.im, c.carried);
+    c.re[panel_width] = c.im[panel_width] = 0.0;
+    c.d_re = c.re[begin - column];
+    c.d_im = c.im[begin - column];
+    c.sigma2 = 1.0;
+    const int j = rotate_chain<false>(h, column, begin + 1, end, c, g);
+    rotate_chain<true>(h, column, j, end, c, g);
+    const double inverse_sigma = 1.0 / __builtin_sqrt(c.sigma2);
+    for (cvec& x : c.carried.v)
         x = {x.re * inverse_sigma, x.im * inverse_sigma};
-    store_row(h.re + end * h.ld + column, h.im + end * h.ld + column, right_of(carried, end - 1 - column));
+    store_row(h.re + end * h.ld + column, h.im + end * h.ld + column, right_of(c.carried, end - 1 - column));
 }
 
 void rotate_to_triangle(planes h, int first, int last, rotation* g) {
