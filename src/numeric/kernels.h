@@ -56,9 +56,9 @@ constexpr int row_group = 4;
 // A - u_row y - z u_col for u_row = u, u_col = u^H, y = u^H A / h, z = A u / h - u (u^H A u) / h^2.
 // Entries of y and u_col become zero once their column of the matrix has been brought up to date.
 struct pending_reflection {
-    int first; // u begins in this row and column
-    double *u_re, *u_im, *z_re, *z_im;             // by rows
-    double *y_re, *y_im, *u_col_re, *u_col_im;     // by columns
+    int first;                                 // u begins in this row and column
+    double *u_re, *u_im, *z_re, *z_im;         // by rows
+    double *y_re, *y_im, *u_col_re, *u_col_im; // by columns
 };
 
 // Applies a pending reflection and, in the same pass over the matrix (rows 0..last, n columns), forms

@@ -64,12 +64,12 @@ static inline complex cdiv(complex z1, complex z2) {
 // The matrix while it iterates, and what has been done to it.
 struct qr_work {
     planes h;
-    planes u;        // row k: the vector of reflection k of corth, over rows k..hi
-    double* norm;    // of each reflection: minus the h of corth times its scaling; 0 if there is none
-    double* panel;   // n rows
-    complex* phase;  // that made the subdiagonal real, of each row
-    sweep* sweeps;   // in the order of time
-    rotation* g;     // of all sweeps
+    planes u;       // row k: the vector of reflection k of corth, over rows k..hi
+    double* norm;   // of each reflection: minus the h of corth times its scaling; 0 if there is none
+    double* panel;  // n rows
+    complex* phase; // that made the subdiagonal real, of each row
+    sweep* sweeps;  // in the order of time
+    rotation* g;    // of all sweeps
     int num_sweeps;
     std::size_t num_rotations;
 };
