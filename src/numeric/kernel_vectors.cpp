@@ -82,7 +82,8 @@ void back_substitute(planes t, const complex* w, int n, int column, double repla
         bool some_large = false;
         for (int k = 0; k < row_vectors; ++k) {
             row_cvec difference = {w_column.v[k].re - w[i].re, w_column.v[k].im - w[i].im};
-            difference.re = (difference.re == 0) & (difference.im == 0) ? row_all(replaced_difference) : difference.re;
+            const row_mask equal = (difference.re == 0) & (difference.im == 0);
+            difference.re = equal ? row_all(replaced_difference) : difference.re;
             const row_cvec quotient = scaled_quotient(x.v[k], difference);
             const row_mask upper = (number[k] > i) & (number[k] < end);
             const row_cvec before = before_row.v[k];
