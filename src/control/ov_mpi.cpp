@@ -61,7 +61,8 @@ static void remove_incomplete() {
 // The signal comes once more, now to end the process as if nobody had handled it.
 static void stopped(int signal) {
     remove_incomplete();
-    raise(signal);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
 }
 
 void ov_init() {
@@ -69,15 +70,9 @@ void ov_init() {
     // A closed pipe and a limit of the file size are write errors like any other.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
-    struct sigaction stop = {};
-    stop.sa_handler = stopped;
-    stop.sa_flags = SA_RESETHAND;
-    for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXCPU}) {
-        struct sigaction before = {};
-        sigaction(signal, nullptr, &before);
-        if (before.sa_handler != SIG_IGN) // as nohup wants it
-            sigaction(signal, &stop, nullptr);
-    }
+    for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXCPU})
+        if (std::signal(signal, stopped) == SIG_IGN) // as nohup wants it
+            std::signal(signal, SIG_IGN);
 }
 
 void ov_exit() {
@@ -144,7 +139,7 @@ std::FILE* ov_fopen_wmode(const char* path) {
     if (stream == nullptr)
         return nullptr;
     struct stat status = {};
-    std::strcpy(file->name, path);
+    std::snprintf(file->name, sizeof file->name, "%s", path);
     file->removable = fstat(fileno(stream), &status) == 0 && S_ISREG(status.st_mode);
     file->stream = stream;
     return stream;

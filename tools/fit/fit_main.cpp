@@ -159,6 +159,7 @@ int main(int argc, char** argv) {
         ov_fprintf_stdo(log, "##### Refinement #####\n");
         refine(options, stem, log);
     }
+    ov_fprintf(log, "\nSee you again!!!\n"); // all files are complete
     ov_fclose(log);
     ov_fprintf(stdout, "See \"%s\".  See you again!!\n\n", log_name);
     ov_exit();
