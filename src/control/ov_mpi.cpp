@@ -75,20 +75,6 @@ void ov_init() {
             std::signal(signal, SIG_IGN);
 }
 
-void ov_exit() {
-    for (const open_file& file : open_files)
-        if (file.stream != nullptr)
-            ov_fclose(file.stream);
-    ov_fclose(stdout);
-    std::exit(EXIT_SUCCESS);
-}
-
-void ov_exit_failed() {
-    std::fflush(nullptr);
-    remove_incomplete();
-    std::_Exit(EXIT_FAILURE);
-}
-
 [[noreturn]] static void not_written(const char* name) {
     ov_abort(stderr, "$$ Cannot write %s. Abort.\n", name);
 }
@@ -97,6 +83,26 @@ void ov_exit_failed() {
     if (stream == stdout && errno == EPIPE) // whoever read the console has seen enough
         ov_exit_failed();
     not_written(name_of(stream));
+}
+
+void ov_exit() {
+    for (const open_file& file : open_files)
+        if (file.stream != nullptr)
+            ov_fclose(file.stream);
+    ov_fflush(stdout);
+    if (close(STDOUT_FILENO) != 0)
+        not_written(stdout);
+    std::exit(EXIT_SUCCESS);
+}
+
+// On a full disk, what goes makes room for what stays.
+void ov_exit_failed() {
+    remove_incomplete();
+    for (const open_file& file : open_files)
+        if (file.stream != nullptr && !file.removable)
+            std::fflush(file.stream);
+    std::fflush(stdout);
+    std::_Exit(EXIT_FAILURE);
 }
 
 // ---- text ---------------------------------------------------------------------------------------
@@ -159,10 +165,13 @@ void ov_fclose(std::FILE* stream) {
         not_written(stream);
     open_file* file = find_file(stream);
     const char* name = name_of(stream);
-    if (std::fclose(stream) != 0) // a quota of a file server
-        not_written(name);
-    if (file != nullptr)
+    const bool closed = std::fclose(stream) == 0; // a file server may tell so late
+    if (file != nullptr && closed)
         file->stream = nullptr;
+    else if (file != nullptr)
+        file->removable = true; // nobody knows what is stored, be it the log
+    if (!closed)
+        not_written(name);
 }
 
 void ov_exit_with(std::FILE* stream, const char* prefix, const char* format, std::va_list values) {
