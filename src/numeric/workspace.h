@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+//
+// Work space of the numerical routines: one block for each use, kept between calls, so that a tilt
+// loop takes no memory from the system after its largest tilt. A block grows when more is asked for
+// and is never given back.
+#pragma once
+
+#include <cstddef>
+
+#include "numeric/complex.h"
+
+namespace orvel {
+
+// One slot for each room that must not share its block with another one at the same time.
+enum workspace_slot {
+    slot_eliminated, // matrix under elimination, in planes
+    slot_panels,     // columns of the matrix under elimination
+    slot_a,          // factors and result of a product, in planes
+    slot_b,
+    slot_c,
+    slot_matrix, // a matrix that is handed to a routine which destroys it
+    slot_waves,
+    slot_count
+};
+
+// Room for count doubles, aligned to 64 bytes. What stands in it is arbitrary; it is valid until the
+// next call for the same slot. Without memory the process ends.
+double* workspace(workspace_slot slot, std::size_t count);
+
+// The same as rows of complex numbers behind a table of row pointers.
+complex** workspace_matrix(workspace_slot slot, int rows, int columns);
+
+} // namespace orvel
