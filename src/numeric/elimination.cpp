@@ -7,21 +7,6 @@
 
 namespace orvel {
 
-// Columns with room for a vector that begins at the last one, in whole cache lines; rows a multiple of 512
-// bytes apart would all fall into a few sets of the first cache.
-static int padded(int columns) {
-    const int room = 3, line = 8, sets = 64;
-    const int width = (columns + room + line - 1) / line * line;
-    return width % sets == 0 ? width + line : width;
-}
-
-planes work_planes(workspace_slot slot, int rows, int columns) {
-    const int ld = padded(columns);
-    const std::size_t plane = to_size(rows) * to_size(ld);
-    double* re = workspace(slot, 2 * plane);
-    return {re, re + plane, ld};
-}
-
 elimination new_elimination(int rows, int columns, int steps, double smallest, bool inverting, int* perm) {
     const int room = 4;
     return {rows, columns, steps, smallest, inverting, work_planes(slot_eliminated, rows, columns),
@@ -37,21 +22,16 @@ complex panel_element(const elimination& e, int i, int k) {
 static int largest_in_panel(const elimination& e, int first, int end, int k) {
     const double close = 1 - 1e-14, least = 1e-280, most = 1e280;
     const planes column = part(e.panels, k, first);
-    double* square = part(e.panels, e.steps, first).re;
-    double largest;
-    squared_moduli(end - first, column.re, column.im, square, &largest);
-    const bool safe = largest > least && largest < most && square[0] == square[0];
+    largest_square found;
+    double* square = part(e.panels, e.steps, 0).re; // a column of its own
+    find_largest(end - first, column.re, column.im, close, square, &found);
+    const bool safe = found.largest > least && found.largest < most && square[0] == square[0];
+    if (safe && found.count == 1)
+        return first + found.first;
     int row = first;
-    double modulus = c_abs(panel_element(e, first, k));
-    for (int i = first + 1; i < end; ++i) {
-        if (safe && !(square[i - first] >= close * largest))
-            continue;
-        const double other = c_abs(panel_element(e, i, k));
-        if (other > modulus) {
-            modulus = other;
+    for (int i = first + 1; i < end; ++i)
+        if (c_abs(panel_element(e, i, k)) > c_abs(panel_element(e, row, k)))
             row = i;
-        }
-    }
     return row;
 }
 
@@ -97,14 +77,6 @@ static int factorise_panel(const elimination& e, int k0, int width) {
     return width;
 }
 
-static void exchange_rows(planes a, int n, int i, int j) {
-    if (i == j)
-        return;
-    const planes x = part(a, i, 0), y = part(a, j, 0);
-    std::swap_ranges(x.re, x.re + n, y.re);
-    std::swap_ranges(x.im, x.im + n, y.im);
-}
-
 // The columns of a panel become those of the unit matrix, from its first row on.
 static void begin_inverse(const elimination& e, int k0, int width) {
     for (int i = k0; i < e.rows; ++i) {
@@ -121,7 +93,8 @@ static void update_matrix(const elimination& e, int k0, int width, int done) {
     const int first = e.inverting ? 0 : k0 + width;
     const int n = e.columns - first;
     for (int k = k0; k < k0 + done; ++k)
-        exchange_rows(part(e.a, 0, first), n, k, e.perm[k]);
+        if (e.perm[k] != k)
+            exchange_rows(n, part(e.a, 0, first), k, e.perm[k]);
     if (e.inverting)
         begin_inverse(e, k0, width);
     const planes panel = part(e.panels, k0, k0), rows = part(e.a, k0, first);

@@ -10,7 +10,7 @@
 
 namespace orvel {
 
-constexpr int panel_width = 8; // the last panel may be narrower
+constexpr int panel_width = 4; // the last panel may be narrower
 
 struct elimination {
     int rows;
@@ -25,9 +25,6 @@ struct elimination {
 
 // Work space for a matrix and its elimination; the caller fills a and perm (steps elements).
 elimination new_elimination(int rows, int columns, int steps, double smallest, bool inverting, int* perm);
-
-// Planes of the given shape in a block of work space, with the room that kernels need.
-planes work_planes(workspace_slot slot, int rows, int columns);
 
 // Eliminates, and returns steps, or the column k without a pivot; perm[k] is then the row with its
 // largest element, still unmoved. All elements on and above the diagonal are final, or as they stand

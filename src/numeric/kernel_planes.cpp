@@ -56,7 +56,7 @@ void scale_row(int n, double* re, double* im, complex f) {
         store(re + j, im + j, mul(factor, load(re + j, im + j)));
 }
 
-void squared_moduli(int n, const double* re, const double* im, double* square, double* largest) {
+void find_largest(int n, const double* re, const double* im, double close, double* square, largest_square* found) {
     vec most = all(-1.0);
     int i = 0;
     for (; i + lanes <= n; i += lanes) {
@@ -65,14 +65,50 @@ void squared_moduli(int n, const double* re, const double* im, double* square, d
         store(square + i, s);
         most = s > most ? s : most;
     }
-    double max = -1.0;
+    double largest = -1.0;
     for (; i < n; ++i) {
         square[i] = re[i] * re[i] + im[i] * im[i];
-        max = square[i] > max ? square[i] : max;
+        largest = square[i] > largest ? square[i] : largest;
     }
     for (int r = 0; r < lanes; ++r)
-        max = most[r] > max ? most[r] : max;
-    *largest = max;
+        largest = most[r] > largest ? most[r] : largest;
+
+    const double limit = close * largest;
+    vec count = {}, first = all(n), place = {0.0, 1.0, 2.0, 3.0};
+    for (i = 0; i + lanes <= n; i += lanes) {
+        const mask near = load(square + i) >= all(limit);
+        count = near ? count + 1.0 : count;
+        first = near & (place < first) ? place : first;
+        place = place + double(lanes);
+    }
+    *found = {largest, n, static_cast<int>(sum_of(count))};
+    for (; i < n; ++i) {
+        if (square[i] >= limit) {
+            found->first = i < found->first ? i : found->first;
+            ++found->count;
+        }
+    }
+    for (int r = 0; r < lanes; ++r)
+        found->first = first[r] < found->first ? static_cast<int>(first[r]) : found->first;
+}
+
+static inline void exchange(int n, double* x, double* y) {
+    int j = 0;
+    for (; j + lanes <= n; j += lanes) {
+        const vec t = load(x + j);
+        store(x + j, load(y + j));
+        store(y + j, t);
+    }
+    for (; j < n; ++j) {
+        const double t = x[j];
+        x[j] = y[j];
+        y[j] = t;
+    }
+}
+
+void exchange_rows(int n, planes a, int i, int j) {
+    exchange(n, a.re + i * a.ld, a.re + j * a.ld);
+    exchange(n, a.im + i * a.ld, a.im + j * a.ld);
 }
 
 } // namespace ORVEL_MACHINE

@@ -78,8 +78,16 @@ ORVEL_KERNEL(rows_to_columns, (int m, int n, const double* rows, std::ptrdiff_t 
 // z *= f for a row of n numbers, worked on in fours.
 ORVEL_KERNEL(scale_row, (int n, double* re, double* im, complex f), (n, re, im, f))
 
-// square[i] = |z[i]|^2, and the largest of them; NaN counts as below all.
-ORVEL_KERNEL(squared_moduli, (int n, const double* re, const double* im, double* square, double* largest),
-             (n, re, im, square, largest))
+// Squared moduli of n numbers, the largest of them, the place of the first that is at least close
+// times the largest, and how many such there are. NaN counts as below all.
+struct largest_square {
+    double largest;
+    int first;
+    int count;
+};
+ORVEL_KERNEL(find_largest, (int n, const double* re, const double* im, double close, double* square, largest_square* found),
+             (n, re, im, close, square, found))
+
+ORVEL_KERNEL(exchange_rows, (int n, planes a, int i, int j), (n, a, i, j))
 
 } // namespace orvel

@@ -40,4 +40,26 @@ complex** workspace_matrix(workspace_slot slot, int rows, int columns) {
     return matrix;
 }
 
+// Columns with room for a vector that begins at the last one, in whole cache lines; rows a multiple of 512
+// bytes apart would all fall into a few sets of the first cache.
+static int padded(int columns) {
+    const int room = 3, line = 8, sets = 64;
+    const int width = (columns + room + line - 1) / line * line;
+    return width % sets == 0 ? width + line : width;
+}
+
+planes work_planes(workspace_slot slot, int rows, int columns) {
+    const int ld = padded(columns);
+    const std::size_t plane = to_size(rows) * to_size(ld);
+    double* re = workspace(slot, 2 * plane);
+    return {re, re + plane, ld};
+}
+
+planes split_matrix(workspace_slot slot, int rows, int columns, const complex* const* m) {
+    const planes p = work_planes(slot, rows, columns);
+    for (int i = 0; i < rows; ++i)
+        split_row(columns, m[i], part(p, i, 0).re, part(p, i, 0).im);
+    return p;
+}
+
 } // namespace orvel

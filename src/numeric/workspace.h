@@ -8,6 +8,7 @@
 #include <cstddef>
 
 #include "numeric/complex.h"
+#include "numeric/kernels.h"
 
 namespace orvel {
 
@@ -29,5 +30,10 @@ double* workspace(workspace_slot slot, std::size_t count);
 
 // The same as rows of complex numbers behind a table of row pointers.
 complex** workspace_matrix(workspace_slot slot, int rows, int columns);
+
+// Planes of the given shape, with the room behind each row that kernels need; and with a matrix in
+// them.
+planes work_planes(workspace_slot slot, int rows, int columns);
+planes split_matrix(workspace_slot slot, int rows, int columns, const complex* const* m);
 
 } // namespace orvel

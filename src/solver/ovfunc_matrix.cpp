@@ -146,24 +146,28 @@ static complex** new_block(const complex* const* a, int row, int column, int row
     return block;
 }
 
-void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
-    c_matcopy2(nesel, a_matrix, bethe_matrix);
-    if (nbsel == 0)
-        return;
+// The reduction term by term, with the inverse of the weak block as invmat leaves it.
+static void fold_inverse(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
     complex** a12 = new_block(a_matrix, 0, nesel, nesel, nbsel);
-    complex** a21 = new_block(a_matrix, nesel, 0, nbsel, nesel);
     complex** a22 = new_block(a_matrix, nesel, nesel, nbsel, nbsel);
     complex** weak = new_matrix<complex>(to_size(nbsel), to_size(nesel));
     complex** folded = new_matrix<complex>(to_size(nesel), to_size(nesel));
     invmat(nbsel, a22);
-    c_matmult(nbsel, nesel, nbsel, weak, a22, a21);
+    c_matmult(nbsel, nesel, nbsel, weak, a22, a_matrix + nesel);
     c_matmult(nesel, nesel, nbsel, folded, a12, weak);
+    c_matcopy2(nesel, a_matrix, bethe_matrix);
     c_matsub2(nesel, bethe_matrix, folded);
     free_matrix(a12);
-    free_matrix(a21);
     free_matrix(a22);
     free_matrix(weak);
     free_matrix(folded);
+}
+
+void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
+    if (nbsel == 0)
+        c_matcopy2(nesel, a_matrix, bethe_matrix);
+    else if (!fold_block(nesel, nbsel, a_matrix, bethe_matrix))
+        fold_inverse(nesel, nbsel, a_matrix, bethe_matrix);
 }
 
 // The quotient A_ih / A_hh is formed once for all columns; against forming each product first this
