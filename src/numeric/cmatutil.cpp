@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "numeric/cmatutil.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "numeric/vecmat.h"
@@ -16,11 +15,7 @@ void c_matcopy2(int n, const complex* const* src, complex** dst) {
 
 void c_matmult(int n, int m, int l, complex** c, const complex* const* a, const complex* const* b) {
     const planes left = split_matrix(slot_a, n, l, a), right = split_matrix(slot_b, l, m, b);
-    const planes product = work_planes(slot_c, n, m);
-    for (int i = 0; i < n; ++i) {
-        std::fill_n(part(product, i, 0).re, m, 0.0);
-        std::fill_n(part(product, i, 0).im, m, 0.0);
-    }
+    const planes product = zero_planes(slot_c, n, m);
     add_product(n, m, l, product, {left.re, left.im, left.ld, 1}, right);
     for (int i = 0; i < n; ++i)
         join_row(m, part(product, i, 0).re, part(product, i, 0).im, c[i]);

@@ -92,6 +92,27 @@ void find_largest(int n, const double* re, const double* im, double close, doubl
         found->first = first[r] < found->first ? static_cast<int>(first[r]) : found->first;
 }
 
+static inline vec modulus(vec x) { return x < 0.0 ? -x : x; }
+
+static inline cvec quotient_of(cvec z, cvec d) {
+    const mask by_real = modulus(d.re) >= modulus(d.im);
+    const vec larger = by_real ? d.re : d.im, smaller = by_real ? d.im : d.re;
+    const vec r = smaller / larger, den = larger + smaller * r;
+    const vec re = by_real ? z.re + z.im * r : z.re * r + z.im;
+    const vec im = by_real ? z.im - z.re * r : z.im * r - z.re;
+    return {re / den, im / den};
+}
+
+void divide_row(int n, const complex* z, const complex* divisor, complex* quotient) {
+    int j = 0;
+    for (; j + lanes <= n; j += lanes)
+        store_numbers(&quotient[j].re, quotient_of(load_numbers(&z[j].re), load_numbers(&divisor[j].re)));
+    for (; j < n; ++j) {
+        const cvec q = quotient_of(all(z[j].re, z[j].im), all(divisor[j].re, divisor[j].im));
+        quotient[j] = {q.re[0], q.im[0]};
+    }
+}
+
 static inline void exchange(int n, double* x, double* y) {
     int j = 0;
     for (; j + lanes <= n; j += lanes) {

@@ -88,6 +88,9 @@ struct largest_square {
 ORVEL_KERNEL(find_largest, (int n, const double* re, const double* im, double close, double* square, largest_square* found),
              (n, re, im, close, square, found))
 
+// quotient[j] = z[j] / divisor[j] for n numbers, by Smith's scaled division; quotient may be z.
+ORVEL_KERNEL(divide_row, (int n, const complex* z, const complex* divisor, complex* quotient), (n, z, divisor, quotient))
+
 ORVEL_KERNEL(exchange_rows, (int n, planes a, int i, int j), (n, a, i, j))
 
 } // namespace orvel

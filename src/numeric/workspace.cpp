@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "numeric/workspace.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
@@ -29,6 +30,10 @@ double* workspace(workspace_slot slot, std::size_t count) {
     return b.data;
 }
 
+complex* workspace_vector(workspace_slot slot, std::size_t count) {
+    return reinterpret_cast<complex*>(workspace(slot, size_product(2, count)));
+}
+
 complex** workspace_matrix(workspace_slot slot, int rows, int columns) {
     constexpr std::size_t line = 8; // doubles and pointers in 64 bytes
     const std::size_t table = (to_size(rows) / line + 1) * line;
@@ -53,6 +58,12 @@ planes work_planes(workspace_slot slot, int rows, int columns) {
     const std::size_t plane = to_size(rows) * to_size(ld);
     double* re = workspace(slot, 2 * plane);
     return {re, re + plane, ld};
+}
+
+planes zero_planes(workspace_slot slot, int rows, int columns) {
+    const planes p = work_planes(slot, rows, columns);
+    std::fill(p.re, p.im + rows * p.ld, 0.0);
+    return p;
 }
 
 planes split_matrix(workspace_slot slot, int rows, int columns, const complex* const* m) {

@@ -19,7 +19,9 @@ enum workspace_slot {
     slot_a,          // factors and result of a product, in planes
     slot_b,
     slot_c,
-    slot_matrix, // a matrix that is handed to a routine which destroys it
+    slot_matrix, // matrices that live while others of this list are formed
+    slot_matrix2,
+    slot_roots,
     slot_waves,
     slot_count
 };
@@ -28,12 +30,14 @@ enum workspace_slot {
 // next call for the same slot. Without memory the process ends.
 double* workspace(workspace_slot slot, std::size_t count);
 
-// The same as rows of complex numbers behind a table of row pointers.
+// The same as complex numbers, and as rows of complex numbers behind a table of row pointers.
+complex* workspace_vector(workspace_slot slot, std::size_t count);
 complex** workspace_matrix(workspace_slot slot, int rows, int columns);
 
-// Planes of the given shape, with the room behind each row that kernels need; and with a matrix in
-// them.
+// Planes of the given shape, with the room behind each row that kernels need; of zeros; and with a
+// matrix in them.
 planes work_planes(workspace_slot slot, int rows, int columns);
+planes zero_planes(workspace_slot slot, int rows, int columns);
 planes split_matrix(workspace_slot slot, int rows, int columns, const complex* const* m);
 
 } // namespace orvel
