@@ -59,11 +59,12 @@ static int factorise_panel(const elimination& e, int k0, int width) {
     rows_to_columns(rows, width, from.im, from.ld, panel.im, panel.ld);
     for (int c = 0; c < width; ++c) {
         const int k = k0 + c;
-        update_column(rows, c, panel, c);
+        if (c > 0)
+            update_column(rows, c, panel, c);
         e.perm[k] = largest_in_panel(e, k, e.steps, k);
         const complex pivot = panel_element(e, e.perm[k], k);
         if (c_abs(pivot) < e.smallest) {
-            for (int d = c + 1; d < width; ++d)
+            for (int d = c + 1; d < width && c > 0; ++d)
                 update_column(rows, c, panel, d);
             return c;
         }
