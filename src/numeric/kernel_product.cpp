@@ -5,39 +5,53 @@
 namespace orvel {
 namespace ORVEL_MACHINE {
 
-// Vectors in a strip of columns: what the registers hold for two rows.
+// As wide as a register, since sums that take two are kept in memory by compilers.
 #ifdef ORVEL_WIDE
-constexpr int strip = 2;
+typedef vec reg;
+static inline reg all_reg(double x) { return all(x); }
 #else
-constexpr int strip = 1;
+typedef double reg __attribute__((vector_size(16)));
+static inline reg all_reg(double x) { return reg{x, x}; }
 #endif
+typedef reg unaligned_reg __attribute__((aligned(8), may_alias)); // in memory
+constexpr int reg_lanes = sizeof(reg) / sizeof(double);
 
-// R rows and V vectors of c stay in registers while k runs.
+static inline reg load_reg(const double* p) { return *reinterpret_cast<const unaligned_reg*>(p); }
+static inline void store_reg(double* p, reg x) { *reinterpret_cast<unaligned_reg*>(p) = x; }
+
+// R rows and V registers of c stay where they are while k runs.
 template <int R, int V>
 static inline void add_block(int l, planes c, factors a, planes b) {
-    cvec sum[R][V];
-    for (int r = 0; r < R; ++r)
-        for (int v = 0; v < V; ++v)
-            sum[r][v] = load(c.re + r * c.ld + v * lanes, c.im + r * c.ld + v * lanes);
+    reg re[R][V], im[R][V];
+    for (int r = 0; r < R; ++r) {
+        for (int v = 0; v < V; ++v) {
+            re[r][v] = load_reg(c.re + r * c.ld + v * reg_lanes);
+            im[r][v] = load_reg(c.im + r * c.ld + v * reg_lanes);
+        }
+    }
     for (int k = 0; k < l; ++k) {
-        cvec row[V];
-        for (int v = 0; v < V; ++v)
-            row[v] = load(b.re + v * lanes, b.im + v * lanes);
         for (int r = 0; r < R; ++r) {
-            const cvec factor = all(a.re[r * a.row], a.im[r * a.row]);
-            for (int v = 0; v < V; ++v)
-                sum[r][v] = add_mul(sum[r][v], factor, row[v]);
+            const reg x = all_reg(a.re[r * a.row]), y = all_reg(a.im[r * a.row]);
+            for (int v = 0; v < V; ++v) {
+                const reg u = load_reg(b.re + v * reg_lanes), w = load_reg(b.im + v * reg_lanes);
+                re[r][v] = re[r][v] + x * u - y * w;
+                im[r][v] = im[r][v] + x * w + y * u;
+            }
         }
         a.re += a.column;
         a.im += a.column;
         b.re += b.ld;
         b.im += b.ld;
     }
-    for (int r = 0; r < R; ++r)
-        for (int v = 0; v < V; ++v)
-            store(c.re + r * c.ld + v * lanes, c.im + r * c.ld + v * lanes, sum[r][v]);
+    for (int r = 0; r < R; ++r) {
+        for (int v = 0; v < V; ++v) {
+            store_reg(c.re + r * c.ld + v * reg_lanes, re[r][v]);
+            store_reg(c.im + r * c.ld + v * reg_lanes, im[r][v]);
+        }
+    }
 }
 
+// A strip of V registers, two rows at a time.
 template <int V>
 static inline void add_strip(int m, int l, planes c, factors a, planes b) {
     int i = 0;
@@ -53,11 +67,12 @@ static inline void add_strip(int m, int l, planes c, factors a, planes b) {
 }
 
 void add_product(int m, int n, int l, planes c, factors a, planes b) {
+    constexpr int strip = 2 * reg_lanes;
     int j = 0;
-    for (; j + strip * lanes <= n; j += strip * lanes)
-        add_strip<strip>(m, l, {c.re + j, c.im + j, c.ld}, a, {b.re + j, b.im + j, b.ld});
+    for (; j + strip <= n; j += strip)
+        add_strip<2>(m, l, {c.re + j, c.im + j, c.ld}, a, {b.re + j, b.im + j, b.ld});
     for (; j < n; j += lanes)
-        add_strip<1>(m, l, {c.re + j, c.im + j, c.ld}, a, {b.re + j, b.im + j, b.ld});
+        add_strip<lanes / reg_lanes>(m, l, {c.re + j, c.im + j, c.ld}, a, {b.re + j, b.im + j, b.ld});
 }
 
 // R rows share each load of x.
