@@ -10,6 +10,7 @@
 #include "numeric/lb_invmat.h"
 #include "numeric/lb_invmat1.h"
 #include "numeric/lb_invmat2.h"
+#include "numeric/machine.h"
 #include "numeric/vecmat.h"
 #include "test_util.h"
 
@@ -153,4 +154,199 @@ TEST(Inverse, EntriesAndTheirMessages) {
         EXPECT_EQ(o.status, c.status);
         EXPECT_EQ(o.out, c.out);
     }
+}
+
+// ---- against the plain forms ----------------------------------------------------------------
+
+namespace {
+
+// What one call leaves: its code, the matrix, and the column solved for.
+struct result {
+    int code;
+    std::vector<number> left;
+};
+
+} // namespace
+
+// In-place inversion, element by element: LU by columns, both factors inverted, multiplied.
+static result plain_inv_c_mat(square m, double tolerance) {
+    const int n = m.n;
+    std::vector<int> perm(to_size(n));
+    const auto a = [&](int i, int j) -> complex& { return m.at(i, j); };
+    const auto sum = [&](int i, int j, int from, int end) {
+        complex s = {0.0, 0.0};
+        for (int k = from; k < end; ++k)
+            s = c_add(s, c_mul(a(i, k), a(k, j)));
+        return s;
+    };
+    const auto left = [&](int code) {
+        result r = {code, {}};
+        for (const complex z : m.data)
+            r.left.push_back(plain(z));
+        return r;
+    };
+    for (int k = 0; k < n; ++k) {
+        for (int i = 0; i < k; ++i) {
+            std::swap(a(perm[to_size(i)], k), a(i, k));
+            a(i, k) = c_add(a(i, k), sum(i, k, 0, i));
+        }
+        int p = k;
+        for (int i = k; i < n; ++i) {
+            a(i, k) = c_add(a(i, k), sum(i, k, 0, k));
+            p = c_abs(a(i, k)) > c_abs(a(p, k)) ? i : p;
+        }
+        if (c_abs(a(p, k)) < tolerance)
+            return left(k);
+        perm[to_size(k)] = p;
+        for (int j = 0; j <= k && p != k; ++j)
+            std::swap(a(p, j), a(k, j));
+        for (int i = k + 1; i < n; ++i)
+            a(i, k) = c_div(a(i, k), {-a(k, k).re, -a(k, k).im});
+    }
+    for (int r = 2; r < n; ++r)
+        for (int c = 0; c < r - 1; ++c)
+            a(r, c) = c_add(a(r, c), sum(r, c, c + 1, r));
+    for (int c = 0; c < n; ++c) {
+        a(c, c) = c_div({1.0, 0.0}, a(c, c));
+        for (int i = 0; i < c; ++i)
+            a(i, c) = c_mul({-a(c, c).re, -a(c, c).im}, sum(i, c, i, c));
+    }
+    for (int k = 0; k < n - 1; ++k) {
+        for (int i = 0; i <= k; ++i)
+            a(i, k) = c_add(a(i, k), sum(i, k, k + 1, n));
+        for (int i = k + 1; i < n; ++i)
+            a(i, k) = sum(i, k, i, n);
+    }
+    for (int k = n - 2; k >= 0; --k)
+        for (int i = 0; i < n && perm[to_size(k)] != k; ++i)
+            std::swap(a(i, perm[to_size(k)]), a(i, k));
+    return left(0);
+}
+
+// The elimination that keeps its right-hand side in the last row.
+static result plain_inverse(square m, double tolerance) {
+    const int n = m.n, last = n - 1;
+    const auto a = [&](int i, int j) -> complex& { return m.at(i, j); };
+    int c = 0;
+    for (int j = 1; j < n; ++j)
+        c = c_abs(a(0, j)) > c_abs(a(0, c)) ? j : c;
+    for (int i = 0; i < n; ++i)
+        std::swap(a(i, c), a(i, last));
+    for (int j = 0; j < n && last > 0; ++j)
+        std::swap(a(0, j), a(last, j));
+    for (int k = 0; k < last; ++k) {
+        int p = k;
+        for (int i = k; i < last; ++i)
+            p = c_abs(a(i, k)) > c_abs(a(p, k)) ? i : p;
+        std::swap(a(p, k), a(k, k));
+        if (c_abs(a(k, k)) <= tolerance)
+            break;
+        for (int i = k + 1; i < n; ++i)
+            a(i, k) = c_div({-a(i, k).re, -a(i, k).im}, a(k, k));
+        for (int j = k + 1; j < n; ++j) {
+            std::swap(a(p, j), a(k, j));
+            for (int i = k + 1; i < n; ++i)
+                a(i, j) = c_add(a(i, j), c_mul(a(i, k), a(k, j)));
+        }
+    }
+    result r = {c_abs(a(last, last)) <= tolerance ? 30000 : 0, std::vector<number>(to_size(n))};
+    r.left[to_size(last)] = 1.0 / m(last, last);
+    for (int k = n - 2; k >= 0; --k) {
+        number sum = 0.0;
+        for (int j = k + 1; j < n; ++j)
+            sum += m(k, j) * r.left[to_size(j)];
+        r.left[to_size(k)] = -sum / m(k, k);
+    }
+    std::swap(r.left[to_size(c)], r.left[to_size(last)]);
+    return r;
+}
+
+static result fast_inv_c_mat(square m, double tolerance) {
+    result r = {inv_c_mat(m.n, tolerance, m.table()), {}};
+    for (const complex z : m.data)
+        r.left.push_back(plain(z));
+    return r;
+}
+
+static result fast_inverse(square m, double tolerance) {
+    std::vector<complex> x(to_size(m.n));
+    result r = {-1, {}};
+    inverse(m.n, m.table(), x.data(), tolerance, r.code);
+    for (const complex z : x)
+        r.left.push_back(plain(z));
+    return r;
+}
+
+static double distance(const result& a, const result& b) {
+    double most = 0.0;
+    for (std::size_t i = 0; i < a.left.size(); ++i)
+        most = std::max(most, std::abs(a.left[i] - b.left[i]));
+    return most;
+}
+
+// Of some kinds: all alike; rows that grow downwards, so that each step exchanges; a heavy diagonal
+// as of weak beams; columns that fade; a few values with many ties; a column twice the first one.
+static square matrix_of_kind(int kind, int n, std::mt19937& random) {
+    std::uniform_real_distribution<double> value(-1.0, 1.0);
+    square a(n);
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) {
+            a.at(i, j) = {value(random), value(random)};
+            const double scale = kind == 1 ? std::ldexp(1.0, i) : kind == 2 && i != j ? 0.03
+                                                              : kind == 3             ? std::ldexp(1.0, -j)
+                                                                                      : 1.0;
+            a.at(i, j) = {a.at(i, j).re * scale, a.at(i, j).im * scale};
+            if (kind == 4)
+                a.at(i, j) = {std::round(2 * a.at(i, j).re), std::round(a.at(i, j).im)};
+        }
+    const int twice = static_cast<int>(random() % unsigned(n));
+    for (int i = 0; i < n && kind == 5 && twice > 0; ++i)
+        a.at(i, twice) = {2 * a.at(i, 0).re, 2 * a.at(i, 0).im};
+    return a;
+}
+
+// The fast forms differ from the plain ones by less than these do for a matrix changed in its
+// fourteenth digits. Large tolerances end the work in every column.
+TEST(Inverse, AgreesWithThePlainForm) {
+    std::mt19937 random(5);
+    std::uniform_real_distribution<double> value(-1.0, 1.0);
+    std::vector<int> ends(41);
+    testing::internal::CaptureStdout();
+    for (int trial = 0; trial < 3000; ++trial) {
+        const int n = trial % 300 == 299 ? 70 + trial % 7 : 1 + trial % 40, kind = trial / 40 % 6;
+        const double tolerance = trial % 3 != 0 ? 1e-8 : std::pow(10.0, 1.5 * value(random));
+        const square a = matrix_of_kind(kind, n, random);
+        square moved = a;
+        for (complex& z : moved.data)
+            z = {z.re * (1 + 1e-14 * value(random)), z.im * (1 + 1e-14 * value(random))};
+        for (const bool column : {false, true}) {
+            if (column && kind == 5) // what follows from rounding
+                continue;
+            const auto run_plain = column ? plain_inverse : plain_inv_c_mat;
+            const auto run_fast = column ? fast_inverse : fast_inv_c_mat;
+            const result wanted = run_plain(a, tolerance), nearby = run_plain(moved, tolerance);
+            if (!column && wanted.code > 0)
+                ++ends[to_size(std::min(wanted.code, 40))];
+            for (const machine_kind machine : {machine_plain, machine_wide}) {
+                use_machine(machine);
+                const result got = run_fast(a, tolerance);
+                const double limit = distance(wanted, nearby) * 4 + 1e-14;
+                EXPECT_TRUE(got.code == wanted.code || wanted.code != nearby.code) << trial;
+                EXPECT_TRUE(!(distance(wanted, got) > limit)) << trial << " " << column << " " << n << " " << kind << " "
+                                                              << tolerance << " " << distance(wanted, got) << " " << limit;
+            }
+        }
+    }
+    testing::internal::GetCapturedStdout();
+    for (int k = 1; k < 30; ++k)
+        EXPECT_GT(ends[to_size(k)], 0) << "a column without a pivot";
+    for (const double odd : {nan_value, std::numeric_limits<double>::infinity()})
+        for (int n = 1; n < 20; ++n) {
+            square a = random_square(n, 3);
+            a.at(n / 2, n / 3) = {odd, 1.0};
+            for (const auto run : {fast_inv_c_mat, fast_inverse}) {
+                const result r = run(a, 1e-8);
+                EXPECT_TRUE(std::isinf(odd) || std::isnan(r.left[0].real())) << n;
+            }
+        }
 }

@@ -11,6 +11,7 @@
 
 #include "control/orvel.h"
 #include "crystal_util.h"
+#include "numeric/machine.h"
 #include "numeric/vecmat.h"
 #include "solver/ovfunc.h"
 
@@ -345,15 +346,17 @@ TEST(Solver, WavesAgreeWithTheMatrixExponential) {
 }
 
 TEST(Solver, BetheReductions) {
-    const std::size_t s = 5, n = 9;
+    const std::size_t s = 5, n = 18;
     std::mt19937 random(1);
     std::normal_distribution<double> normal;
     complex** a = new_matrix<complex>(n, n);
     complex** b = new_matrix<complex>(n, n);
     for (std::size_t i = 0; i < n * n; ++i)
-        a[0][i] = {normal(random), normal(random)};
-    for (int weak : {4, 1, 0})
+        a[0][i] = {normal(random) + (i / n == i % n && i / n >= s ? 3 : 0), normal(random)}; // weak beams lie apart
+    for (int trial = 0; trial < 36; ++trial)
         for (int flag_bs : {9, 10}) {
+            use_machine(trial % 2 == 0 ? machine_plain : machine_wide);
+            const int weak = trial / 2 % 14;
             const std::size_t N = s + to_size(weak);
             matrix m(N * N);
             for (std::size_t i = 0; i < N * N; ++i)
@@ -366,6 +369,21 @@ TEST(Solver, BetheReductions) {
             for (std::size_t i = 0; i < N * N; ++i)
                 EXPECT_EQ(std_of(a[i / N][i % N]), m[i]) << "a_matrix stays";
         }
+    // Weak beams without a pivot in their second column: what invmat leaves takes the inverse's
+    // place, (1 2 / 2 4) as (2 4 / -1/2 0); then an element too small from the first.
+    const outcome end = run_child([&] {
+        const double rows[3][3] = {{10, 1, 2}, {3, 1, 2}, {4, 2, 4}};
+        dbg.process_mon_flag = 1;
+        for (int i = 0; i < 9; ++i)
+            a[i / 3][i % 3] = {rows[i / 3][i % 3], 0};
+        g_bethe(1, 2, a, b);
+        std::printf("%g\n", b[0][0].re);
+        a[1][1] = {1e-9, 0};
+        g_bethe(1, 1, a, b);
+        std::printf("%g\n", b[0][0].re);
+    });
+    const std::string trace = "$$ invmat: Numpack inv_c_mat()\n", anomalous = "$$ Anomalous termination in inv_c_mat.\n";
+    EXPECT_EQ(end.out, trace + anomalous + "$$ (invmat): inv_c_mat = 1\n-9\n" + trace + anomalous + "10\n");
     free_matrix(a);
     free_matrix(b);
 }

@@ -181,18 +181,6 @@ void rotate_to_triangle(planes h, int first, int last, rotation* g) {
 
 // ---- columns --------------------------------------------------------------------------------
 
-// Rows to columns of a square of 4 x 4.
-static inline void transpose(vec* x) {
-    const vec a = __builtin_shufflevector(x[0], x[1], 0, 4, 2, 6);
-    const vec b = __builtin_shufflevector(x[0], x[1], 1, 5, 3, 7);
-    const vec c = __builtin_shufflevector(x[2], x[3], 0, 4, 2, 6);
-    const vec d = __builtin_shufflevector(x[2], x[3], 1, 5, 3, 7);
-    x[0] = __builtin_shufflevector(a, c, 0, 1, 4, 5);
-    x[1] = __builtin_shufflevector(b, d, 0, 1, 4, 5);
-    x[2] = __builtin_shufflevector(a, c, 2, 3, 6, 7);
-    x[3] = __builtin_shufflevector(b, d, 2, 3, 6, 7);
-}
-
 static inline vec load_column(const double* p, std::ptrdiff_t ld) { return vec{p[0], p[ld], p[2 * ld], p[3 * ld]}; }
 static inline void store_column(double* p, std::ptrdiff_t ld, vec x) {
     for (int r = 0; r < row_group; ++r)
@@ -217,15 +205,15 @@ static inline void rotate_columns_of_group(planes h, int row, int begin, int las
             x_re[r] = load(re + r * h.ld + j);
             x_im[r] = load(im + r * h.ld + j);
         }
-        transpose(x_re);
-        transpose(x_im);
+        transpose(x_re[0], x_re[1], x_re[2], x_re[3]);
+        transpose(x_im[0], x_im[1], x_im[2], x_im[3]);
         for (int k = 0; k < lanes; ++k) {
             const cvec out = rotate_column(carry, {x_re[k], x_im[k]}, all(g[j + k].c_re, g[j + k].c_im), all(g[j + k].s));
             x_re[k] = out.re;
             x_im[k] = out.im;
         }
-        transpose(x_re);
-        transpose(x_im);
+        transpose(x_re[0], x_re[1], x_re[2], x_re[3]);
+        transpose(x_im[0], x_im[1], x_im[2], x_im[3]);
         for (int r = 0; r < row_group; ++r) {
             store(re + r * h.ld + j - 1, x_re[r]);
             store(im + r * h.ld + j - 1, x_im[r]);

@@ -65,5 +65,26 @@ inline complex_lanes<V> conj_mul(complex_lanes<V> a, complex_lanes<V> b) { retur
 
 inline double sum_of(vec x) { return (x[0] + x[1]) + (x[2] + x[3]); }
 
+// ---- between records of complex numbers and planes, and between rows and columns ------------
+
+// Real and imaginary parts of the four numbers at z, and back.
+inline cvec load_numbers(const double* z) {
+    const vec low = load(z), high = load(z + lanes);
+    return {__builtin_shufflevector(low, high, 0, 2, 4, 6), __builtin_shufflevector(low, high, 1, 3, 5, 7)};
+}
+inline void store_numbers(double* z, cvec x) {
+    store(z, __builtin_shufflevector(x.re, x.im, 0, 4, 1, 5));
+    store(z + lanes, __builtin_shufflevector(x.re, x.im, 2, 6, 3, 7));
+}
+
+inline void transpose(vec& a, vec& b, vec& c, vec& d) {
+    const vec ab_even = __builtin_shufflevector(a, b, 0, 4, 2, 6), ab_odd = __builtin_shufflevector(a, b, 1, 5, 3, 7);
+    const vec cd_even = __builtin_shufflevector(c, d, 0, 4, 2, 6), cd_odd = __builtin_shufflevector(c, d, 1, 5, 3, 7);
+    a = __builtin_shufflevector(ab_even, cd_even, 0, 1, 4, 5);
+    b = __builtin_shufflevector(ab_odd, cd_odd, 0, 1, 4, 5);
+    c = __builtin_shufflevector(ab_even, cd_even, 2, 3, 6, 7);
+    d = __builtin_shufflevector(ab_odd, cd_odd, 2, 3, 6, 7);
+}
+
 } // namespace
 } // namespace orvel

@@ -77,7 +77,7 @@ struct qr_work {
 static qr_work begin_iteration(int n) {
     const std::size_t rows = padded_rows(n);
     const std::size_t size = 2 * planes_size(n) + (panel_row + 3) * rows;
-    double* block = static_cast<double*>(workspace(workspace_qr, size_product(size, sizeof(double))));
+    double* block = workspace(slot_qr, size);
     qr_work w = {};
     w.h = take_planes(block, n);
     w.u = take_planes(block, n);
@@ -188,8 +188,8 @@ static sweep* next_sweep(int n, qr_work& w) {
     const std::size_t sweeps = (to_size(w.num_sweeps) / sweeps_at_once + 1) * sweeps_at_once;
     const std::size_t end = w.num_rotations + to_size(n);
     const std::size_t all = (end / rotations_at_once + 1) * rotations_at_once;
-    w.sweeps = static_cast<sweep*>(workspace(workspace_sweeps, size_product(sweeps, sizeof(sweep))));
-    w.g = static_cast<rotation*>(workspace(workspace_rotations, size_product(all, sizeof(rotation))));
+    w.sweeps = reinterpret_cast<sweep*>(workspace(slot_sweeps, size_product(sweeps, sizeof(sweep) / sizeof(double))));
+    w.g = reinterpret_cast<rotation*>(workspace(slot_rotations, size_product(all, sizeof(rotation) / sizeof(double))));
     return w.sweeps + w.num_sweeps++;
 }
 

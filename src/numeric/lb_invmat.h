@@ -15,4 +15,9 @@ int invmat(int n, complex** a);
 // Returns 0, or 30000 if the last pivot is too small.
 int bc_invmat(int n, complex** a, complex* x);
 
+// b (order n) = A11 - A12 A22^-1 A21 for the blocks of a, A11 of order n and A22 of order m, by
+// eliminating A22 instead of inverting it; settings, limit of pivots and trace are those of invmat.
+// False, with nothing done or told, where invmat would complain: then invmat has to be called.
+bool fold_block(int n, int m, const complex* const* a, complex** b);
+
 } // namespace orvel

@@ -5,78 +5,65 @@
 #include <cstdlib>
 
 #include "control/ov_mpi.h"
-#include "numeric/lb_rows.h"
+#include "numeric/elimination.h"
 #include "numeric/vecmat.h"
 
 namespace orvel {
 
-// Brings column k up to date with the columns in front of it, whose row exchanges perm holds;
-// column receives a copy of its part above the diagonal.
-ORVEL_VECTOR_CLONES
-static void update_column(int n, int k, complex** a, const int* perm, complex* column) {
-    constexpr int together = 4;
-    complex sum[together];
-    for (int i = 0; i < k; ++i) {
-        std::swap(a[perm[i]][k], a[i][k]);
-        row_sums<1>(a + i, 0, i, 1, column, sum);
-        column[i] = a[i][k] = c_add(a[i][k], sum[0]);
-    }
-    for (int i = k; i < n;) {
-        const int rows = i + together <= n ? together : 1;
-        if (rows == together)
-            row_sums<together>(a + i, 0, k, 1, column, sum);
-        else
-            row_sums<1>(a + i, 0, k, 1, column, sum);
-        for (int r = 0; r < rows; ++r, ++i)
-            a[i][k] = c_add(a[i][k], sum[r]);
+// What stands without a pivot in column k: the columns up to it, factorised, with rows exchanged.
+static void store_factorised(const elimination& e, int k, complex** a) {
+    for (int c = 0; c <= k; ++c) {
+        const int first = c / panel_width * panel_width;
+        for (int i = 0; i < e.rows; ++i)
+            a[i][c] = i < first ? element(e.a, i, c) : panel_element(e, i, c);
+        for (int later = first + panel_width; later < k; ++later)
+            std::swap(a[later][c], a[e.perm[later]][c]);
     }
 }
 
-// LU factorisation by columns, the multipliers with negative sign. Returns n, or the column
-// without a pivot.
-static int factorise(int n, double tolerance, complex** a, int* perm, complex* column) {
-    for (int k = 0; k < n; ++k) {
-        update_column(n, k, a, perm, column);
-        const int p = largest_in_column(k, n, k, a);
-        if (c_abs(a[p][k]) < tolerance)
-            return k;
-        perm[k] = p;
-        if (p != k)
-            std::swap_ranges(a[p], a[p] + k + 1, a[k]);
-        const complex divisor = {-a[k][k].re, -a[k][k].im};
-        for (int i = k + 1; i < n; ++i)
-            a[i][k] = c_div(a[i][k], divisor);
+// Moves rows first .. end-1 of the upper factor to a place of their own, with negative sign, and
+// leaves the upper part of the unit matrix there: what the inverse of the lower factor holds.
+static planes take_upper(planes a, int n, int first, int end) {
+    const planes upper = work_planes(slot_a, panel_width, n);
+    for (int i = first; i < end; ++i) {
+        const planes from = part(a, i, 0), to = part(upper, i - first, 0);
+        for (int j = i; j < n; ++j) {
+            to.re[j] = -from.re[j];
+            to.im[j] = -from.im[j];
+            from.re[j] = j == i ? 1.0 : 0.0;
+            from.im[j] = 0.0;
+        }
     }
-    return n;
+    return upper;
 }
 
-// Both factors in place. Each row of an inverse is a sum of rows, whose factors stand in the row
-// itself until their own turn.
-ORVEL_VECTOR_CLONES
-static void invert_factors(int n, complex** a) {
-    for (int r = 2; r < n; ++r)
-        for (int j = 1; j < r; ++j)
-            row_add(j, a[r], a[r][j], a[j]);
-
-    for (int i = 0; i < n; ++i)
-        a[i][i] = c_div({1.0, 0.0}, a[i][i]);
-    for (int i = 0; i < n; ++i) {
-        row_scale(n - i - 1, a[i] + i + 1, a[i][i]);
-        for (int j = i + 1; j < n; ++j) {
-            a[i][j] = c_mul({-a[j][j].re, -a[j][j].im}, a[i][j]);
-            row_add(n - j - 1, a[i] + j + 1, a[i][j], a[j] + j + 1);
+// The inverse of the lower factor, below the diagonal of a, becomes that of the upper factor times
+// it: some rows at a time, from the last ones up.
+static void multiply_by_upper_inverse(int n, planes a) {
+    for (int first = (n - 1) / panel_width * panel_width; first >= 0; first -= panel_width) {
+        const int end = std::min(first + panel_width, n);
+        const planes upper = take_upper(a, n, first, end), row = part(a, first, 0);
+        add_product(end - first, n, n - end, row, {upper.re + end, upper.im + end, upper.ld, 1}, part(a, end, 0));
+        for (int i = end - 1; i >= first; --i) {
+            const planes x = part(a, i, 0), u = part(upper, i - first, i);
+            add_product(1, n, end - i - 1, x, {u.re + 1, u.im + 1, u.ld, 1}, part(a, i + 1, 0));
+            scale_row(n, x.re, x.im, c_div({-1.0, 0.0}, element(u, 0, 0)));
         }
     }
 }
 
-// The inverse of the upper factor times that of the lower one.
-ORVEL_VECTOR_CLONES
-static void multiply_factors(int n, complex** a) {
-    for (int i = 0; i < n; ++i) {
-        row_scale(i, a[i], a[i][i]);
-        for (int j = i + 1; j < n; ++j)
-            row_add(j, a[i], a[i][j], a[j]);
-    }
+// Back to records, with the row exchanges undone on the columns.
+static void store_exchanged(const elimination& e, complex** a) {
+    const int n = e.rows;
+    int* source = new_vector<int>(to_size(n));
+    for (int j = 0; j < n; ++j)
+        source[j] = j;
+    for (int k = n - 2; k >= 0; --k)
+        std::swap(source[k], source[e.perm[k]]);
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            a[i][j] = element(e.a, i, source[j]);
+    std::free(source);
 }
 
 int inv_c_mat(int n, double tolerance, complex** a) {
@@ -86,20 +73,18 @@ int inv_c_mat(int n, double tolerance, complex** a) {
         return invalid_argument;
     }
     int* perm = new_vector<int>(to_size(n));
-    complex* column = new_vector<complex>(to_size(n));
-    int code = factorise(n, tolerance, a, perm, column);
+    const elimination e = new_elimination(n, n, n, tolerance, true, perm);
+    for (int i = 0; i < n; ++i)
+        split_row(n, a[i], part(e.a, i, 0).re, part(e.a, i, 0).im);
+    int code = eliminate(e);
     if (code < n) {
         ov_fprintf(stdout, "$$ Anomalous termination in inv_c_mat.\n");
+        store_factorised(e, code, a);
     } else {
         code = 0;
-        invert_factors(n, a);
-        multiply_factors(n, a);
-        for (int k = n - 2; k >= 0; --k)
-            if (perm[k] != k)
-                for (int i = 0; i < n; ++i)
-                    std::swap(a[i][perm[k]], a[i][k]);
+        multiply_by_upper_inverse(n, e.a);
+        store_exchanged(e, a);
     }
-    std::free(column);
     std::free(perm);
     return code;
 }

@@ -2,8 +2,12 @@
 #include "numeric/lb_invmat2.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
 
-#include "numeric/lb_rows.h"
+#include "numeric/elimination.h"
+#include "numeric/vecmat.h"
 
 namespace orvel {
 
@@ -16,20 +20,36 @@ static int largest_in_row(int n, const complex* row) {
     return c;
 }
 
-// Elimination below the diagonal; row m = n - 1 takes no part in the pivoting.
-ORVEL_VECTOR_CLONES
-static void eliminate_rows(int n, complex** a, double tolerance) {
+// The matrix with columns c and m exchanged, and rows 0 and m.
+static void load_exchanged(int n, const complex* const* a, int c, planes p) {
     const int m = n - 1;
-    for (int k = 0; k < m; ++k) {
-        const int p = largest_in_column(k, m, k, a);
-        std::swap(a[p][k], a[k][k]);
-        if (c_abs(a[k][k]) <= tolerance)
-            return;
-        if (p != k)
-            std::swap_ranges(a[p] + k + 1, a[p] + n, a[k] + k + 1);
-        for (int i = k + 1; i < n; ++i) {
-            a[i][k] = c_div({-a[i][k].re, -a[i][k].im}, a[k][k]);
-            row_add(n - k - 1, a[i] + k + 1, a[i][k], a[k] + k + 1);
+    for (int i = 0; i < n; ++i) {
+        const planes row = part(p, i, 0);
+        split_row(n, a[i == 0 ? m : i == m ? 0
+                                           : i],
+                  row.re, row.im);
+        std::swap(row.re[c], row.re[m]);
+        std::swap(row.im[c], row.im[m]);
+    }
+}
+
+// Solves U x = e_m for the upper triangle of a. The sums over what is known already are formed for
+// some rows at a time.
+static void back_substitute(int n, planes a, complex* x) {
+    const int together = 4;
+    const planes known = work_planes(slot_a, 1, n);
+    for (int end = n; end > 0; end -= together) {
+        const int first = std::max(end - together, 0);
+        complex sum[together];
+        const planes behind = part(known, 0, end);
+        times_vector(end - first, n - end, part(a, first, end), behind, sum);
+        for (int k = end - 1; k >= first; --k) {
+            complex right = k == n - 1 ? complex{1.0, 0.0} : complex{-sum[k - first].re, -sum[k - first].im};
+            for (int j = k + 1; j < end; ++j)
+                right = c_sub(right, c_mul(element(a, k, j), x[j]));
+            x[k] = c_div(right, element(a, k, k));
+            known.re[k] = x[k].re;
+            known.im[k] = x[k].im;
         }
     }
 }
@@ -40,22 +60,23 @@ void inverse(int n, complex** a, complex* x, double tolerance, int& info) {
     if (n < 1)
         return;
     const int m = n - 1;
+    int* perm = new_vector<int>(to_size(m));
+    // A pivot must be larger than the tolerance.
+    const double smallest = std::nextafter(tolerance, std::numeric_limits<double>::infinity());
+    const elimination e = new_elimination(n, n, m, smallest, false, perm);
     const int c = largest_in_row(n, a[0]);
-    for (int i = 0; i < n; ++i)
-        std::swap(a[i][c], a[i][m]);
-    if (m > 0)
-        std::swap_ranges(a[0], a[0] + n, a[m]);
-    eliminate_rows(n, a, tolerance);
-    if (c_abs(a[m][m]) <= tolerance)
-        info = small_last_pivot;
-
-    x[m] = c_div({1.0, 0.0}, a[m][m]);
-    for (int k = n - 2; k >= 0; --k) {
-        complex sum;
-        row_sums<1>(a + k, k + 1, n, 1, x, &sum);
-        x[k] = c_div({-sum.re, -sum.im}, a[k][k]);
+    load_exchanged(n, a, c, e.a);
+    const int k = eliminate(e);
+    if (k < m) { // the small pivot alone comes to its row
+        const complex pivot = panel_element(e, perm[k], k);
+        *part(e.a, k, k).re = pivot.re;
+        *part(e.a, k, k).im = pivot.im;
     }
+    if (c_abs(element(e.a, m, m)) <= tolerance)
+        info = small_last_pivot;
+    back_substitute(n, e.a, x);
     std::swap(x[c], x[m]);
+    std::free(perm);
 }
 
 } // namespace orvel

@@ -41,7 +41,6 @@ inline planes take_planes(double*& block, int n) {
     return {re, take(block, size), static_cast<std::ptrdiff_t>(ld)};
 }
 
-inline complex element(planes a, int i, int j) { return {a.re[i * a.ld + j], a.im[i * a.ld + j]}; }
 inline void set_element(planes a, int i, int j, complex z) {
     a.re[i * a.ld + j] = z.re;
     a.im[i * a.ld + j] = z.im;

@@ -1,33 +1,78 @@
 // SPDX-License-Identifier: MIT
 #include "numeric/workspace.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 
 #include "numeric/vecmat.h"
 
 namespace orvel {
 
 struct block {
-    void* memory;
-    std::size_t bytes;
+    double* data;
+    std::size_t count;
 };
 
-static block blocks[num_workspace_slots];
+static block blocks[slot_count];
 
-void* workspace(workspace_slot slot, std::size_t bytes) {
-    const std::size_t line = 64;
+double* workspace(workspace_slot slot, std::size_t count) {
+    constexpr std::size_t alignment = 64, doubles = alignment / sizeof(double);
     block& b = blocks[slot];
-    if (bytes <= b.bytes)
-        return b.memory;
-    const std::size_t whole_lines = bytes <= SIZE_MAX - line ? (bytes + line - 1) / line * line : SIZE_MAX / line * line;
-    void* grown = std::aligned_alloc(line, whole_lines);
-    chk_vector(grown);
-    if (b.memory != nullptr)
-        std::memcpy(grown, b.memory, b.bytes);
-    std::free(b.memory);
-    b = {grown, whole_lines};
-    return grown;
+    if (b.data != nullptr && b.count >= count)
+        return b.data;
+    // Whole lines; a size near the largest one stays one that no memory holds.
+    const std::size_t grown = count > SIZE_MAX - doubles ? count : (count / doubles + 1) * doubles;
+    const std::size_t bytes = size_product(grown, sizeof(double));
+    double* data = bytes == SIZE_MAX ? nullptr : static_cast<double*>(std::aligned_alloc(alignment, bytes));
+    chk_vector(data);
+    std::copy(b.data, b.data + b.count, data);
+    std::free(b.data);
+    b = {data, grown};
+    return data;
+}
+
+complex* workspace_vector(workspace_slot slot, std::size_t count) {
+    return reinterpret_cast<complex*>(workspace(slot, size_product(2, count)));
+}
+
+complex** workspace_matrix(workspace_slot slot, int rows, int columns) {
+    constexpr std::size_t line = 8; // doubles and pointers in 64 bytes
+    const std::size_t table = (to_size(rows) / line + 1) * line;
+    double* room = workspace(slot, table + size_product(2 * to_size(rows), to_size(columns)));
+    complex** matrix = reinterpret_cast<complex**>(room);
+    complex* data = reinterpret_cast<complex*>(room + table);
+    for (int i = 0; i < rows; ++i)
+        matrix[i] = data + to_size(i) * to_size(columns);
+    return matrix;
+}
+
+// Columns with room for a vector that begins at the last one, in whole cache lines; rows a multiple of 512
+// bytes apart would all fall into a few sets of the first cache.
+static int padded(int columns) {
+    const int room = 3, line = 8, sets = 64;
+    const int width = (columns + room + line - 1) / line * line;
+    return width % sets == 0 ? width + line : width;
+}
+
+planes work_planes(workspace_slot slot, int rows, int columns) {
+    const int ld = padded(columns);
+    const std::size_t plane = to_size(rows) * to_size(ld);
+    double* re = workspace(slot, 2 * plane);
+    return {re, re + plane, ld};
+}
+
+planes zero_planes(workspace_slot slot, int rows, int columns) {
+    const planes p = work_planes(slot, rows, columns);
+    std::fill(p.re, p.im + rows * p.ld, 0.0);
+    return p;
+}
+
+planes split_matrix(workspace_slot slot, int rows, int columns, const complex* const* m) {
+    const planes p = work_planes(slot, rows, columns);
+    for (int i = 0; i < rows; ++i)
+        split_row(columns, m[i], part(p, i, 0).re, part(p, i, 0).im);
+    return p;
 }
 
 } // namespace orvel

@@ -1,23 +1,47 @@
 // SPDX-License-Identifier: MIT
 //
-// Memory that the numerical modules keep between calls, since to map it anew at each tilt costs as
-// much as some of the work done in it. Each user has a slot of its own.
+// Work space of the numerical routines: one block for each use, kept between calls, so that a tilt
+// loop takes no memory from the system after its largest tilt. A block grows when more is asked for
+// and is never given back.
 #pragma once
 
 #include <cstddef>
 
+#include "numeric/complex.h"
+#include "numeric/kernels.h"
+
 namespace orvel {
 
+// One slot for each room that must not share its block with another one at the same time.
 enum workspace_slot {
-    workspace_hessenberg, // corth
-    workspace_qr,         // comqr2
-    workspace_rotations,  // comqr2: those of all sweeps
-    workspace_sweeps,     // comqr2: the sweeps
-    num_workspace_slots
+    slot_eliminated, // matrix under elimination, in planes
+    slot_panels,     // columns of the matrix under elimination
+    slot_a,          // factors and result of a product, in planes
+    slot_b,
+    slot_c,
+    slot_matrix, // matrices that live while others of this list are formed
+    slot_matrix2,
+    slot_roots,
+    slot_waves,
+    slot_hessenberg, // the matrix that corth works on
+    slot_qr,         // the matrix that iterates, and its vectors
+    slot_rotations,  // of all sweeps
+    slot_sweeps,     // what else they did
+    slot_count
 };
 
-// The block of a slot, of at least so many bytes, aligned to lines of the cache. What stood in it
-// stays when it grows. Without memory the process ends as chk_vector does.
-void* workspace(workspace_slot slot, std::size_t bytes);
+// Room for count doubles, aligned to 64 bytes. It is valid until the next call for the same slot; what
+// stands in it stays when it grows, and is arbitrary before. Without memory the process ends.
+double* workspace(workspace_slot slot, std::size_t count);
+
+// The same as complex numbers, and as rows of complex numbers behind a table of row pointers.
+complex* workspace_vector(workspace_slot slot, std::size_t count);
+complex** workspace_matrix(workspace_slot slot, int rows, int columns);
+
+// Planes of the given shape, with the room behind each row that kernels need; of zeros; and with a
+// matrix in them.
+planes work_planes(workspace_slot slot, int rows, int columns);
+planes zero_planes(workspace_slot slot, int rows, int columns);
+planes split_matrix(workspace_slot slot, int rows, int columns, const complex* const* m);
 
 } // namespace orvel

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "solver/ovfunc.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -11,6 +12,7 @@
 #include "numeric/lb_eigmat.h"
 #include "numeric/lb_invmat.h"
 #include "numeric/vecmat.h"
+#include "numeric/workspace.h"
 #include "solver/perturb.h"
 
 namespace orvel {
@@ -44,14 +46,13 @@ static int chk_excitation(int n, const complex* const* eigen_vec, const complex*
 
 // Amplitudes without the check.
 static void solve_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc) {
-    complex** M = new_matrix<complex>(to_size(n), to_size(n));
+    complex** M = workspace_matrix(slot_matrix, n, n);
     for (int i = 0; i < n; ++i) {
-        const double root = std::sqrt(beta_sel[i]);
+        const double inverse_root = 1 / std::sqrt(beta_sel[i]);
         for (int j = 0; j < n; ++j)
-            M[i][j] = {eigen_vec[i][j].re / root, eigen_vec[i][j].im / root};
+            M[i][j] = {eigen_vec[i][j].re * inverse_root, eigen_vec[i][j].im * inverse_root};
     }
     bc_invmat(n, M, bc);
-    free_matrix(M);
 }
 
 int upper_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc) {
@@ -98,31 +99,51 @@ static complex propagation(double t, double K_n, complex lambda) {
     return c_exp({-c * lambda.im, c * lambda.re});
 }
 
-void psi_of_beams(int num_g, const int* pos, double t, int n, int n_branch, const int* branch, double K_n,
-                  const double* beta_sel, const complex* eigen_val, const complex* const* eigen_vec,
-                  const complex* bc, complex* psi) {
-    complex* waves = new_vector<complex>(to_size(n_branch));
-    for (int b = 0; b < n_branch; ++b)
-        waves[b] = propagation(t, K_n, eigen_val[branch[b]]);
+// factor[r][b] = alpha_j C_j / sqrt(beta) of the beam of row r and the branch j in place b.
+static factors beam_factors(int num_g, const int* pos, int n, int n_branch, const int* branch,
+                            const double* beta_sel, const complex* const* eigen_vec, const complex* bc) {
+    const planes p = work_planes(slot_a, num_g, n_branch);
     for (int r = 0; r < num_g; ++r) {
-        psi[r] = {0.0, 0.0};
-        if (pos[r] < 0 || pos[r] >= n)
-            continue;
-        const complex* components = eigen_vec[pos[r]];
-        const double root = std::sqrt(beta_sel[pos[r]]);
+        const planes row = part(p, r, 0);
+        const bool there = pos[r] >= 0 && pos[r] < n;
+        const double inverse_root = there ? 1 / std::sqrt(beta_sel[pos[r]]) : 0.0;
         for (int b = 0; b < n_branch; ++b) {
             const int j = branch[b];
-            const complex C = {components[j].re / root, components[j].im / root};
-            psi[r] = c_add(psi[r], c_mul(c_mul(bc[j], C), waves[b]));
+            const complex f = there ? c_mul(bc[j], eigen_vec[pos[r]][j]) : complex{0.0, 0.0};
+            row.re[b] = f.re * inverse_root;
+            row.im[b] = f.im * inverse_root;
         }
     }
-    std::free(waves);
+    return {p.re, p.im, p.ld, 1};
+}
+
+void psi_of_beams(int num_g, const int* pos, int num_thickness, const double* thickness, int n,
+                  int n_branch, const int* branch, double K_n, const double* beta_sel, const complex* eigen_val,
+                  const complex* const* eigen_vec, const complex* bc, complex* psi) {
+    const factors amplitude = beam_factors(num_g, pos, n, n_branch, branch, beta_sel, eigen_vec, bc);
+    const planes wave = work_planes(slot_b, n_branch, num_thickness);
+    for (int b = 0; b < n_branch; ++b) {
+        for (int t = 0; t < num_thickness; ++t) {
+            const complex w = propagation(thickness[t], K_n, eigen_val[branch[b]]);
+            *part(wave, b, t).re = w.re;
+            *part(wave, b, t).im = w.im;
+        }
+    }
+    const planes sum = zero_planes(slot_c, num_g, num_thickness);
+    add_product(num_g, num_thickness, n_branch, sum, amplitude, wave);
+    for (int r = 0; r < num_g; ++r) {
+        complex* row = psi + to_size(r) * to_size(num_thickness);
+        if (pos[r] >= 0 && pos[r] < n)
+            join_row(num_thickness, part(sum, r, 0).re, part(sum, r, 0).im, row);
+        else
+            std::fill_n(row, num_thickness, complex{0.0, 0.0});
+    }
 }
 
 complex psi_limited_ug(int pos, double t, int n, int n_branch, const int* branch, double K_n, const double* beta_sel,
                        const complex* eigen_val, const complex* const* eigen_vec, const complex* bc) {
     complex psi;
-    psi_of_beams(1, &pos, t, n, n_branch, branch, K_n, beta_sel, eigen_val, eigen_vec, bc, &psi);
+    psi_of_beams(1, &pos, 1, &t, n, n_branch, branch, K_n, beta_sel, eigen_val, eigen_vec, bc, &psi);
     return psi;
 }
 
@@ -152,7 +173,6 @@ void alloc_work_cal_int(int N, int num_g, int num_perturb, work_cal_int& work) {
     if (num_perturb < 1)
         return;
     work.eigen_vec_inv = new_matrix<complex>(n, n);
-    work.p_vg = new_matrix<complex>(n, n);
     work.p_a_matrix = new_matrix<complex>(n, n);
     work.p_bethe_matrix = new_matrix<complex>(n, n);
     work.p_eigen_vec = new_matrix<complex>(n, n);
@@ -175,7 +195,6 @@ void free_work_cal_int(work_cal_int& work) {
     if (work.num_perturb < 1)
         return;
     free_matrix(work.eigen_vec_inv);
-    free_matrix(work.p_vg);
     free_matrix(work.p_a_matrix);
     free_matrix(work.p_bethe_matrix);
     free_matrix(work.p_eigen_vec);
@@ -223,8 +242,13 @@ void solve_tilt(const tilt_problem& problem, const char* bethe_word, const compl
 }
 
 void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work, double t, complex* psi) {
-    psi_of_beams(problem.num_g, work.out_pos, t, state.nesel, state.n_branch, work.branch, state.K_n,
-                 work.beta_sel, work.eigen_val, work.eigen_vec, work.bc, psi);
+    tilt_amplitudes(problem, state, work, 1, &t, psi);
+}
+
+void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
+                     int num_thickness, const double* thickness, complex* psi) {
+    psi_of_beams(problem.num_g, work.out_pos, num_thickness, thickness, state.nesel, state.n_branch, work.branch,
+                 state.K_n, work.beta_sel, work.eigen_val, work.eigen_vec, work.bc, psi);
 }
 
 // One tilt up to its branches; false if the selection dump took its place.
@@ -240,6 +264,14 @@ static bool run_tilt(const tilt_problem& problem, r_hkl K_t, const char* bethe_w
     return true;
 }
 
+// Amplitudes of all output beams for all thicknesses, [r][t], in work space.
+static const complex* all_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
+                                     int num_thickness, const double* thickness) {
+    complex* psi = workspace_vector(slot_waves, to_size(problem.num_g) * to_size(num_thickness));
+    tilt_amplitudes(problem, state, work, num_thickness, thickness, psi);
+    return psi;
+}
+
 void calc_intensity_with_perturb_ug(r_hkl K_t, double abs_K, const beam_search& bs,
                                     int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel,
                                     complex** vg, int num_perturb, complex*** pvg,
@@ -251,14 +283,10 @@ void calc_intensity_with_perturb_ug(r_hkl K_t, double abs_K, const beam_search& 
                                   kv, zone_uvw, normal_uvw, lat, abs_K, zone_len, normal_len, cos_zn};
     tilt_state state;
     const bool solved = run_tilt(problem, K_t, "$$ Bethe Approx.\n", nullptr, state, work);
-    complex* psi = new_vector<complex>(to_size(num_g));
-    for (int t = 0; t < num_thickness; ++t) {
-        if (solved)
-            tilt_amplitudes(problem, state, work, thickness[t], psi);
-        for (int r = 0; r < num_g; ++r)
-            intensity[r][t] = c_norm(psi[r]);
-    }
-    std::free(psi);
+    const complex* psi = solved ? all_amplitudes(problem, state, work, num_thickness, thickness) : nullptr;
+    for (int r = 0; r < num_g; ++r)
+        for (int t = 0; t < num_thickness; ++t)
+            intensity[r][t] = solved ? c_norm(*psi++) : 0.0;
     if (num_perturb > 0 && solved)
         calc_perturb_ug(num_exact_beam, num_bethe_beam, bs.flag_bs, num_perturb, pvg, num_g, num_thickness, thickness,
                         kv, state.n_branch, work.branch, state.nesel, state.nbsel, work.sel, work.out_pos,
@@ -279,14 +307,10 @@ void calc_intensity_ug_coherent(r_hkl K_t, double abs_K, complex phase, const be
                                   kv, zone_uvw, normal_uvw, lat, abs_K, zone_len, normal_len, cos_zn};
     tilt_state state;
     const bool solved = run_tilt(problem, K_t, "$$ GBA\n", &phase, state, work);
-    complex* psi = new_vector<complex>(to_size(num_g));
-    for (int t = 0; t < num_thickness; ++t) {
-        if (solved)
-            tilt_amplitudes(problem, state, work, thickness[t], psi);
-        for (int r = 0; r < num_g; ++r)
-            amplitude[r][t] = psi[r];
-    }
-    std::free(psi);
+    const complex* psi = solved ? all_amplitudes(problem, state, work, num_thickness, thickness) : nullptr;
+    for (int r = 0; r < num_g; ++r)
+        for (int t = 0; t < num_thickness; ++t)
+            amplitude[r][t] = solved ? *psi++ : complex{0.0, 0.0};
 }
 
 } // namespace orvel

@@ -136,11 +136,11 @@ double psi_to_intensity_limited_ug(int pos, double t, int n, int n_branch, const
                                    const double* beta_sel, const complex* eigen_val,
                                    const complex* const* eigen_vec, const complex* bc);
 
-// Amplitudes psi[r] of num_g beams at the places pos[r] for one thickness: equal to psi_limited_ug
-// to the last bit, with each exponential formed once.
-void psi_of_beams(int num_g, const int* pos, double t, int n, int n_branch, const int* branch, double K_n,
-                  const double* beta_sel, const complex* eigen_val, const complex* const* eigen_vec,
-                  const complex* bc, complex* psi);
+// Amplitudes psi[r][t] (one block) of num_g beams at the places pos[r] for all thicknesses: the
+// product of what the branches have in each beam with their propagation to each thickness.
+void psi_of_beams(int num_g, const int* pos, int num_thickness, const double* thickness, int n,
+                  int n_branch, const int* branch, double K_n, const double* beta_sel, const complex* eigen_val,
+                  const complex* const* eigen_vec, const complex* bc, complex* psi);
 
 // Working store of a job for N beams; each member is written anew at each tilt.
 struct work_cal_int {
@@ -157,7 +157,6 @@ struct work_cal_int {
     int* sel;               // N: selected beams
     int num_perturb;        // perturbed potentials; without any the members below are null
     complex** eigen_vec_inv;
-    complex** p_vg;
     complex** p_a_matrix;
     complex** p_bethe_matrix;
     complex** p_eigen_vec;
@@ -204,8 +203,11 @@ tilt_state select_tilt(const tilt_problem& problem, r_hkl K_t, work_cal_int& wor
 void solve_tilt(const tilt_problem& problem, const char* bethe_word, const complex* phase,
                 tilt_state& state, work_cal_int& work);
 
-// Amplitudes psi[r] of all output beams of a solved tilt at thickness t, angstrom.
+// Amplitudes psi[r] of all output beams of a solved tilt at thickness t, angstrom; and psi[r][t] (one
+// block) for all thicknesses.
 void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work, double t, complex* psi);
+void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
+                     int num_thickness, const double* thickness, complex* psi);
 
 // One tilt from K_t to intensity[r][t], for an incident intensity of 1; a beam that the selection of
 // this tilt leaves out has 0. With num_perturb above 0 also p_intensity[k][r][t] for the perturbed

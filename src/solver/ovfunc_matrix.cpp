@@ -9,6 +9,7 @@
 #include "numeric/cmatutil.h"
 #include "numeric/lb_invmat.h"
 #include "numeric/vecmat.h"
+#include "numeric/workspace.h"
 
 namespace orvel {
 
@@ -122,15 +123,20 @@ void construct_ug_mat_slct(int nesel, int nbsel, const int* sel, double kv, cons
     const double lambda = wavelength(kv);
     const complex U_000 = vg_to_ug(vg[0][0], gamma);
     const double K = std::sqrt(1 / (lambda * lambda) + U_000.re);
+    const double ug_per_vg = vg_to_ug({1.0, 0.0}, gamma).re;
     const int n = nesel + nbsel;
+    double* inverse_root = workspace(slot_roots, to_size(n));
+    for (int i = 0; i < n; ++i)
+        inverse_root[i] = 1 / std::sqrt(beta_ge[sel[i]]);
     for (int i = 0; i < n; ++i) {
         const complex* vg_row = vg[sel[i]];
-        const double beta_i = beta_ge[sel[i]];
+        const double row_scale = ug_per_vg * inverse_root[i];
         for (int j = 0; j < n; ++j) {
-            const complex U = vg_to_ug(vg_row[sel[j]], gamma);
-            const double scale = std::sqrt(beta_i * beta_ge[sel[j]]);
-            a_matrix[i][j] = {U.re / scale, U.im / scale};
+            const double scale = row_scale * inverse_root[j];
+            const complex V = vg_row[sel[j]];
+            a_matrix[i][j] = {V.re * scale, V.im * scale};
         }
+        const double beta_i = beta_ge[sel[i]];
         a_matrix[i][i] = {2 * K * Sg[sel[i]] / beta_i, U_000.im / beta_i};
     }
 }
@@ -146,46 +152,43 @@ static complex** new_block(const complex* const* a, int row, int column, int row
     return block;
 }
 
-void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
-    c_matcopy2(nesel, a_matrix, bethe_matrix);
-    if (nbsel == 0)
-        return;
+// The reduction term by term, with the inverse of the weak block as invmat leaves it.
+static void fold_inverse(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
     complex** a12 = new_block(a_matrix, 0, nesel, nesel, nbsel);
-    complex** a21 = new_block(a_matrix, nesel, 0, nbsel, nesel);
     complex** a22 = new_block(a_matrix, nesel, nesel, nbsel, nbsel);
     complex** weak = new_matrix<complex>(to_size(nbsel), to_size(nesel));
     complex** folded = new_matrix<complex>(to_size(nesel), to_size(nesel));
     invmat(nbsel, a22);
-    c_matmult(nbsel, nesel, nbsel, weak, a22, a21);
+    c_matmult(nbsel, nesel, nbsel, weak, a22, a_matrix + nesel);
     c_matmult(nesel, nesel, nbsel, folded, a12, weak);
+    c_matcopy2(nesel, a_matrix, bethe_matrix);
     c_matsub2(nesel, bethe_matrix, folded);
     free_matrix(a12);
-    free_matrix(a21);
     free_matrix(a22);
     free_matrix(weak);
     free_matrix(folded);
 }
 
+void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
+    if (nbsel == 0)
+        c_matcopy2(nesel, a_matrix, bethe_matrix);
+    else if (!fold_block(nesel, nbsel, a_matrix, bethe_matrix))
+        fold_inverse(nesel, nbsel, a_matrix, bethe_matrix);
+}
+
 // The quotient A_ih / A_hh is formed once for all columns; against forming each product first this
 // changes the last bit only.
 void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
+    complex** quotient = workspace_matrix(slot_matrix, nesel + 1, nbsel);
+    complex** folded = workspace_matrix(slot_matrix2, nesel, nesel);
+    complex* diagonal = quotient[nesel];
+    for (int h = 0; h < nbsel; ++h)
+        diagonal[h] = a_matrix[nesel + h][nesel + h];
+    for (int i = 0; i < nesel; ++i)
+        divide_row(nbsel, a_matrix[i] + nesel, diagonal, quotient[i]);
+    c_matmult(nesel, nesel, nbsel, folded, quotient, a_matrix + nesel);
     c_matcopy2(nesel, a_matrix, bethe_matrix);
-    if (nbsel == 0)
-        return;
-    complex* folded = new_vector<complex>(to_size(nesel));
-    for (int i = 0; i < nesel; ++i) {
-        for (int j = 0; j < nesel; ++j)
-            folded[j] = {0.0, 0.0};
-        for (int h = nesel; h < nesel + nbsel; ++h) {
-            const complex quotient = c_div(a_matrix[i][h], a_matrix[h][h]);
-            const complex* weak_row = a_matrix[h];
-            for (int j = 0; j < nesel; ++j)
-                folded[j] = c_add(folded[j], c_mul(quotient, weak_row[j]));
-        }
-        for (int j = 0; j < nesel; ++j)
-            bethe_matrix[i][j] = c_sub(bethe_matrix[i][j], folded[j]);
-    }
-    std::free(folded);
+    c_matsub2(nesel, bethe_matrix, folded);
 }
 
 void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {

@@ -10,6 +10,7 @@
 #include "numeric/lb_eigmat.h"
 #include "numeric/lb_invmat.h"
 #include "numeric/vecmat.h"
+#include "numeric/workspace.h"
 
 namespace orvel {
 
@@ -22,14 +23,14 @@ static bool near_equal(complex lambda1, complex lambda2, double degeneracy_eps) 
 void perturbation2(const complex* eigen_val, const complex* const* eigen_vec, const complex* const* eigen_vec_inv,
                    int n, const complex* const* bethe_matrix, const complex* const* p_bethe_matrix,
                    double degeneracy_eps, complex* p_eigen_val, complex** p_eigen_vec) {
-    complex** work = new_square(n);
-    complex** B = new_square(n);
+    complex** D = workspace_matrix(slot_matrix, n, n);
+    complex** B = workspace_matrix(slot_matrix2, n, n);
     dbg_mon("$$ p-diff-mat\n");
-    c_matcopy2(n, p_bethe_matrix, work);
-    c_matsub2(n, work, bethe_matrix);
+    c_matcopy2(n, p_bethe_matrix, D);
+    c_matsub2(n, D, bethe_matrix);
 
     dbg_mon("$$ p-b_ij\n");
-    c_matmult(n, n, n, B, eigen_vec_inv, work);
+    c_matmult(n, n, n, B, eigen_vec_inv, D);
     c_matmult2(n, B, eigen_vec);
 
     dbg_mon("$$ p-eigen_val\n");
@@ -37,20 +38,18 @@ void perturbation2(const complex* eigen_val, const complex* const* eigen_vec, co
         p_eigen_val[j] = c_add(eigen_val[j], B[j][j]);
 
     dbg_mon("$$ p-eigen_vec\n");
-    complex** U = work;
+    complex** U = B;
+    complex* gap = D[0];
     for (int i = 0; i < n; ++i) {
-        for (int j = 0; j < n; ++j) {
-            if (i == j)
-                U[i][j] = {1.0, 0.0};
-            else if (near_equal(eigen_val[i], eigen_val[j], degeneracy_eps))
+        for (int j = 0; j < n; ++j)
+            gap[j] = c_sub(eigen_val[j], eigen_val[i]);
+        divide_row(n, B[i], gap, U[i]);
+        for (int j = 0; j < n; ++j)
+            if (near_equal(eigen_val[i], eigen_val[j], degeneracy_eps))
                 U[i][j] = {0.0, 0.0};
-            else
-                U[i][j] = c_div(B[i][j], c_sub(eigen_val[j], eigen_val[i]));
-        }
+        U[i][i] = {1.0, 0.0};
     }
     c_matmult(n, n, n, p_eigen_vec, eigen_vec, U);
-    free_matrix(work);
-    free_matrix(B);
 }
 
 void eigen_val_perturbation(const complex* eigen_val, const complex* const* eigen_vec,
@@ -158,7 +157,7 @@ void perturb(const complex* eigen_val, const complex* const* eigen_vec, int n, c
 
 // ---- one tilt -------------------------------------------------------------------------------
 
-void calc_perturb_ug(int num_exact_beam, int num_bethe_beam, int flag_bs, int num_perturb, complex*** pvg,
+void calc_perturb_ug(int /*num_exact_beam*/, int /*num_bethe_beam*/, int flag_bs, int num_perturb, complex*** pvg,
                      int num_g, int num_thickness, const double* thickness, double kv,
                      int n_branch, const int* branch, int nesel, int nbsel, const int* sel, const int* out_pos,
                      const double* Sg, const double* beta_ge, const double* beta_sel, double K_n,
@@ -167,12 +166,11 @@ void calc_perturb_ug(int num_exact_beam, int num_bethe_beam, int flag_bs, int nu
     dbg_mon("$$ eigen_vec_inv\n");
     c_matcopy2(nesel, eigen_vec, work.eigen_vec_inv);
     invmat(nesel, work.eigen_vec_inv);
-    complex* psi = new_vector<complex>(to_size(num_g));
+    complex* psi = workspace_vector(slot_waves, to_size(num_g) * to_size(num_thickness));
     for (int k = 0; k < num_perturb; ++k) {
         dbg_mon("$$ transfer perturbed vg\n");
-        pvg_to_vg(k, num_exact_beam + num_bethe_beam, pvg, work.p_vg);
         dbg_mon("$$ p-construct_matrix\n");
-        construct_ug_mat_slct(nesel, nbsel, sel, kv, work.p_vg, Sg, beta_ge, work.p_a_matrix);
+        construct_ug_mat_slct(nesel, nbsel, sel, kv, pvg[k], Sg, beta_ge, work.p_a_matrix);
         dbg_print_cmat(dbg.a_mat_dump_flag, "a_matrix: (perturb)", nesel + nbsel, work.p_a_matrix);
         dbg_mon("$$ p-g-bethe\n");
         bethe_reduction(flag_bs, nesel, nbsel, work.p_a_matrix, work.p_bethe_matrix);
@@ -186,14 +184,12 @@ void calc_perturb_ug(int num_exact_beam, int num_bethe_beam, int flag_bs, int nu
         upper_b_cond(nesel, beta_sel, work.p_eigen_vec, work.p_bc);
         dbg_print_cvec(dbg.b_cond_dump_flag, "p-upper_b_cond:", nesel, work.p_bc);
         dbg_mon("$$ p-intensities\n");
-        for (int t = 0; t < num_thickness; ++t) {
-            psi_of_beams(num_g, out_pos, thickness[t], nesel, n_branch, branch, K_n, beta_sel,
-                         work.p_eigen_val, work.p_eigen_vec, work.p_bc, psi);
-            for (int r = 0; r < num_g; ++r)
-                p_intensity[k][r][t] = c_norm(psi[r]);
-        }
+        psi_of_beams(num_g, out_pos, num_thickness, thickness, nesel, n_branch, branch, K_n, beta_sel,
+                     work.p_eigen_val, work.p_eigen_vec, work.p_bc, psi);
+        for (int r = 0; r < num_g; ++r)
+            for (int t = 0; t < num_thickness; ++t)
+                p_intensity[k][r][t] = c_norm(psi[to_size(r) * to_size(num_thickness) + to_size(t)]);
     }
-    std::free(psi);
     dbg_mon("$$perturbation end\n");
 }
 
