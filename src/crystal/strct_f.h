@@ -227,7 +227,7 @@ complex tabled_phase_sum(phase_table& table, int i, hkl g);
 struct fg_stock {
     int count;     // in the stock
     int num_notes; // behind it, from place stock_max on
-    int max_notes; //
+    int max_notes; // room for them
     hkl* g;        // stock_max + max_notes of each of these three
     complex* fg;
     int* flag;           // 0 in the stock

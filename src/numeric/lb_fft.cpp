@@ -101,7 +101,9 @@ static inline void butterflies(const side_by_side& t, float sign, const float* s
 }
 
 ORVEL_VECTOR_CLONES
-static void butterflies_of_many(const side_by_side& t, float sign, const float* sintbl) { butterflies(t, sign, sintbl); }
+static void butterflies_of_many(const side_by_side& t, float sign, const float* sintbl) {
+    butterflies(t, sign, sintbl);
+}
 
 // The tables of the last length, which stay for the next call.
 struct fft_tables {
