@@ -7,10 +7,13 @@
 #include <complex>
 #include <map>
 #include <numeric>
+#include <random>
 
 #include <gtest/gtest.h>
 
 #include "job_util.h"
+#include "jobs/e_density.h"
+#include "numeric/vecmat.h"
 
 using namespace orvel;
 using namespace orvel_test;
@@ -83,12 +86,16 @@ static std::string script(const std::string& title, const std::string& name, con
 
 TEST(Maps, ProjectedFiles) {
     const table_dir dir;
-    static const struct {
+    std::vector<double> many; // more points than one run of a row takes
+    for (int i = 0; i < 131; ++i)
+        many.push_back(i / 64.0 - 1);
+    const struct {
         std::string range, counts;
         std::vector<double> x, y;
         std::string loop;
     } cases[] = {
         {"3 2\n0 0.5\n-1 7", "3  2", {0, 0.25, 0.5}, {-1, 7}, loop},
+        {"2 131\n0 0.25\n-1 1.03125", "2  131", {0, 0.25}, many, loop},
         {"1 3\n0.25 9\n1 0", "1  3", {0.25}, {1, 0.5, 0}, done},
         {"2 1\n-1 1\n0.3 nan", "2  1", {-1, 1}, {0.3}, loop},
         {"2 0\n0 1\n0 1", "2  0", {0, 1}, {}, loop},
@@ -247,6 +254,47 @@ TEST(Maps, ProjectionIsTheIntegral) {
     }
     compare("a_pp.txt", 3, "a_ptim.3ed", 1);
     compare("a_ed.txt", 2, "a_ed.3ed", 6); // the area 20 times the length 6 is the volume
+}
+
+// Sums of whole runs against those point by point: last runs of all lengths, long lists with short runs.
+TEST(Maps, RunsOfARow) {
+    const struct {
+        int n, ny, largest;
+    } cases[] = {{1, 1, 5}, {1, 200, 30}, {7, 63, 30}, {5, 64, 30}, {40, 65, 30}, {300, 131, 25}, {40, 70, 900}, {3000, 50, 20}, {9000, 19, 30}};
+    std::mt19937 random(1);
+    std::uniform_real_distribution<double> real(-1, 1);
+    for (const auto& c : cases) {
+        sd cond = {};
+        cond.ny = c.ny;
+        cond.range_y1 = -1.3;
+        cond.range_y2 = 1.9;
+        cond.base_x1 = {0.3, -0.7, 0.1};
+        cond.base_x2 = {0.2, 0.4, -0.9};
+        std::vector<hkl> beams(to_size(c.n));
+        std::vector<complex> coef[2];
+        for (hkl& g : beams) {
+            const auto index = [&] { return static_cast<int>(c.largest * real(random)); };
+            g = {index(), index(), index()};
+            coef[0].push_back({real(random), real(random)});
+            coef[1].push_back({real(random), real(random)});
+        }
+        map_waves rows = new_map_waves(cond, c.n, beams.data());
+        const double tolerance = 1e-12 * c.n * std::max(1, c.largest / 30);
+        for (double x : {0.0, -0.37, 4.5})
+            for (int iy = 0, count = 0; iy < c.ny; iy += count) {
+                count = start_run(rows, x, iy);
+                for (const auto& a : coef) {
+                    complex sums[wave_run_max];
+                    sum_run(rows, a.data(), sums);
+                    for (int j = 0; j < count; ++j) {
+                        const r_uvw r = map_point(cond, x, map_coordinate(iy + j, c.ny, -1.3, 1.9));
+                        const complex plain = calc_inv_fourier(r, c.n, beams.data(), a.data());
+                        EXPECT_LT(c_abs(c_sub(sums[j], plain)), tolerance) << c.n << " beams, point " << iy + j;
+                    }
+                }
+            }
+        free_map_waves(rows);
+    }
 }
 
 TEST(Maps, Physics) {

@@ -6,11 +6,14 @@
 #include <array>
 #include <cmath>
 #include <complex>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
 #include "control/orvel.h"
 #include "crystal_util.h"
+#include "numeric/vecmat.h"
+#include "solver/ovfunc.h"
 
 using namespace orvel;
 using namespace orvel_test;
@@ -232,7 +235,8 @@ static cplx direct_sum(const csd& c, hkl g, double sq_s, const double* f, const 
 }
 
 // Sums against direct sums; each equivalent that the stock derives against a sum of its own (the
-// centring of R has thirds of seven digits), and tabled phases against plain ones.
+// centring of R has thirds of seven digits), and tabled phases against plain ones, with a tensor of no
+// symmetry and with one that some operations leave alone too.
 TEST(StructureFactors, AgreeWithDirectSums) {
     const table_dir dir;
     static const struct {
@@ -267,6 +271,45 @@ TEST(StructureFactors, AgreeWithDirectSums) {
         }
         free_phase_table(phases);
         free_stock(stock);
+        for (double beta13 : {0.0, 0.0007}) {
+            cr.site[0].bf = cr.site[1].bf = 1;
+            for (atom* site : {cr.site, cr.site + 1})
+                std::tie(site->beta11, site->beta22, site->beta33, site->beta12, site->beta13, site->beta23) =
+                    std::make_tuple(0.004, 0.004, 0.003, 0.002, beta13, -2 * beta13);
+            phases = new_phase_table(cr, {5, 7, 9});
+            for (const hkl g : {hkl{0, 0, 0}, {1, 1, 1}, {-2, 0, 2}, {5, -7, -3}, {2, -1, 5}, {-4, 0, 9}}) {
+                int flag;
+                complex Z, plain_Z = crystal_fg(fg_z, g, cr, 100, lat, nullptr, flag);
+                expect_near(crystal_fg(fg_total, g, cr, 100, lat, &phases, flag), std_of(crystal_fg(fg_total, g, cr, 100, lat, nullptr, flag)), c.lattice);
+                expect_near(crystal_fg_ela(g, cr, 100, lat, &phases, Z), std_of(crystal_fg(fg_ela, g, cr, 100, lat, nullptr, flag)), c.lattice);
+                expect_near(Z, std_of(plain_Z), c.lattice);
+            }
+            free_phase_table(phases);
+        }
+    }
+}
+
+// A table whose differences are many more than a stock takes: each one computed by itself, except what
+// the stock derived by symmetry from the first of its kind.
+TEST(StructureFactors, PotentialsOfALongList) {
+    const table_dir dir;
+    crystal c(crystal_text("62\n5\n6\n7\n90\n90\n90\n", {"Ga\n.1\n.25\n.4\nANISO\n.004\n.005\n.006\n0\n.001\n0\n1\n0\n",
+                                                         "O\n.11\n.23\n.37\nISO\n.8\n.6\n1\n"}));
+    const lattice lat = lattice_of(c);
+    for (int n : {1, 2, 130}) { // with 130 even the notes are too few
+        std::vector<hkl> beams;
+        for (int i = 0; i < n; ++i)
+            beams.push_back({i * 7 % 40, i * i % 31, i == 129 ? 99 : -i * 11 % 23});
+        complex** vg = new_matrix<complex>(to_size(n), to_size(n));
+        int flag, err_flag;
+        potential_matrix_csd(n, 0, beams.data(), c, 200, lat, vg, err_flag);
+        EXPECT_EQ(err_flag, n == 130 ? 1 : 0) << "the last beam lies beyond the tables";
+        for (int i = 0; i < n; ++i)
+            for (int j = 0; j < n; ++j) {
+                const complex fg = crystal_fg(fg_total, hkl_difference(beams[to_size(i)], beams[to_size(j)]), c, 200, lat, nullptr, flag);
+                expect_near(vg[i][j], std_of(fg_to_vg(fg, lat)), std::to_string(i) + " " + std::to_string(j));
+            }
+        free_matrix(vg);
     }
 }
 
@@ -343,8 +386,8 @@ TEST(StructureFactors, StockAndItsCapacity) {
     epsilon.general_eps = 1e-10;
     crystal c(crystal_text("227\n5.43\n5.43\n5.43\n90\n90\n90\n", {"Si\n.125\n.125\n.125\nISO\n0.5\n1\n0\n"}));
     const lattice lat = lattice_of(c);
-    fg_stock stock = new_stock();
-    phase_table phases = new_phase_table(c, {3, 3, 3});
+    fg_stock stock = new_stock(3);
+    phase_table phases = new_phase_table(c, {3, 3, 91});
     stock.phases = &phases; // all but the far reflections use them
     int flag = 7;
     const auto value = [&](int h, int k, int l) { return std_of(stocked_fg({h, k, l}, c, 100, lat, stock, flag)); };
@@ -378,6 +421,14 @@ TEST(StructureFactors, StockAndItsCapacity) {
     EXPECT_EQ(stock.count, stock_max);
     EXPECT_EQ(search_stock(stock, {3, 3, 5}), -1);
     EXPECT_EQ(value(3, 3, 5), late) << "a full stock changes no value";
+    for (int k : {1, 3, 3, 1, -1, -1}) { // with the first, one more than there is room for notes
+        const cplx far = value(1, k, 91);
+        EXPECT_EQ(flag, 1) << "every time, as it is not stocked";
+        EXPECT_EQ(far, std_of(crystal_fg(fg_total, {1, k, 91}, c, 100, lat, &phases, flag)));
+        EXPECT_EQ(search_stock(stock, {1, k, 91}), -1);
+    }
+    EXPECT_EQ(stock.num_notes, 3);
+    EXPECT_EQ(stock.count, stock_max);
     flag = 7;
     EXPECT_EQ(value(1, 1, 1), 5.0);
     EXPECT_EQ(flag, 0);

@@ -17,23 +17,22 @@ static const double smallest_ug = 1e-12; // below it a potential counts as vanis
 
 // ---- sums over operations -------------------------------------------------------------------
 
-// Argument of the anisotropic temperature factor of a reflection.
-static double beta_form(const atom& site, hkl g) {
+double beta_form(const beta_tensor& b, hkl g) {
     const double h = g.h, k = g.k, l = g.l;
-    return site.beta11 * h * h + site.beta22 * k * k + site.beta33 * l * l +
-           2 * site.beta12 * h * k + 2 * site.beta13 * h * l + 2 * site.beta23 * k * l;
+    return b.b11 * h * h + b.b22 * k * k + b.b33 * l * l + 2 * b.b12 * h * k + 2 * b.b13 * h * l + 2 * b.b23 * k * l;
 }
 
 // Sum of the phases over all operations, for an anisotropic site with its temperature factor. The
 // translation goes with the original indices, the position with the rotated ones.
 static complex phase_sum(hkl g, int num_sym_op, const sym_op* sym_ops, const atom& site) {
+    const beta_tensor beta = {site.beta11, site.beta22, site.beta33, site.beta12, site.beta13, site.beta23};
     complex sum = {0.0, 0.0};
     for (int n = 0; n < num_sym_op; ++n) {
         const sym_op& op = sym_ops[n];
         const hkl r = gen_reflex(g, op);
         const double phase = -two_pi * (r.h * site.x + r.k * site.y + r.l * site.z +
                                         g.h * op.trans[0] + g.k * op.trans[1] + g.l * op.trans[2]);
-        const double T = site.bf == 1 ? std::exp(-beta_form(site, r)) : 1.0;
+        const double T = site.bf == 1 ? std::exp(-beta_form(beta, r)) : 1.0;
         sum.re += T * std::cos(phase);
         sum.im += T * std::sin(phase);
     }
@@ -54,7 +53,7 @@ static complex site_sum(hkl g, double sq_s, const fg_sum& over, int i) {
     const atom& site = over.sites[i];
     if (site.bf != 0 && site.bf != 1)
         ov_abort(stdout, "ERROR: Invalid atom.bf. Abort.\n");
-    const complex sum = site.bf == 0 && over.phases != nullptr && in_phase_table(*over.phases, g)
+    const complex sum = over.phases != nullptr && in_phase_table(*over.phases, g)
                             ? tabled_phase_sum(*over.phases, i, g)
                             : phase_sum(g, over.num_sym_op, over.sym_ops, site);
     double weight = site.occupancy * site.multiplicity;
@@ -106,22 +105,46 @@ static complex atomic_factor(fg_part part, double sq_s, const atom& site, int i,
     return {f_ela, part == fg_ela ? 0.0 : f[1]};
 }
 
-static complex calc_fg(fg_part part, hkl g, const fg_sum& over, atom* sites, const xdt_tbl* xdt, const bk_tbl* bk,
-                       double kv, lattice lat, int& flag) {
+// Several parts at once: they share the geometric structure factors.
+static void calc_fgs(int num_parts, const fg_part* parts, hkl g, const fg_sum& over, atom* sites,
+                     const xdt_tbl* xdt, const bk_tbl* bk, double kv, lattice lat, complex* fg, int& flag) {
     const double sq_s = sq_abs(hkl2rhkl(g.h, g.k, g.l), lat) * 0.25;
-    complex fg = {0.0, 0.0};
+    for (int part = 0; part < num_parts; ++part)
+        fg[part] = {0.0, 0.0};
     flag = 0;
     for (int i = 0; i < over.num_site; ++i) {
         set_equivalent_B(sites[i], lat);
-        const complex f = atomic_factor(part, sq_s, sites[i], i, xdt, bk, kv, flag);
-        fg = c_add(fg, c_mul(site_sum(g, sq_s, over, i), f));
+        complex f[2];
+        for (int part = 0; part < num_parts; ++part)
+            f[part] = atomic_factor(parts[part], sq_s, sites[i], i, xdt, bk, kv, flag);
+        const complex sum = site_sum(g, sq_s, over, i);
+        for (int part = 0; part < num_parts; ++part)
+            fg[part] = c_add(fg[part], c_mul(sum, f[part]));
     }
+}
+
+static complex calc_fg(fg_part part, hkl g, const fg_sum& over, atom* sites, const xdt_tbl* xdt, const bk_tbl* bk,
+                       double kv, lattice lat, int& flag) {
+    complex fg;
+    calc_fgs(1, &part, g, over, sites, xdt, bk, kv, lat, &fg, flag);
     return fg;
 }
 
+static fg_sum sum_over(const csd& crystal, phase_table* phases) {
+    return {crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site, phases};
+}
+
 complex crystal_fg(fg_part part, hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, int& flag) {
-    const fg_sum over = {crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site, phases};
-    return calc_fg(part, g, over, crystal.site, crystal.xdt, crystal.bk, kv, lat, flag);
+    return calc_fg(part, g, sum_over(crystal, phases), crystal.site, crystal.xdt, crystal.bk, kv, lat, flag);
+}
+
+complex crystal_fg_ela(hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, complex& z_factor) {
+    static const fg_part parts[2] = {fg_ela, fg_z};
+    int unused_flag; // the elastic factors have no limit that matters here
+    complex fg[2];
+    calc_fgs(2, parts, g, sum_over(crystal, phases), crystal.site, crystal.xdt, crystal.bk, kv, lat, fg, unused_flag);
+    z_factor = fg[1];
+    return fg[0];
 }
 
 complex calc_structure_factor(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,

@@ -185,10 +185,20 @@ int special_pos_check(int n, r_uvw* positions);
 
 // ---- structure factors ----------------------------------------------------------------------
 
+// Anisotropic temperature factor exp(-(b11 h^2 + .. + 2 b12 h k + ..)).
+struct beta_tensor {
+    double b11, b22, b33, b12, b13, b23;
+};
+double beta_form(const beta_tensor& b, hkl g); // its argument
+
 // Phases of one site: the sum over operations is that over its distinct positions x_p, and
-// exp(-2 pi i g.x_p) the product of three powers. The sums agree with those by sines and cosines
-// to rounding.
+// exp(-2 pi i g.x_p) the product of three powers. Positions of an anisotropic site go by the tensor
+// that the operation makes of the site's, so that each tensor is taken once. The sums agree with
+// those by sines and cosines to rounding.
 struct site_phases {
+    int num_tensors;       // distinct tensors; 1 of an isotropic site, which has none
+    beta_tensor* tensors;  // null for an isotropic site
+    int* tensor_end;       // end of each tensor's positions
     int num_pos;           // distinct positions
     double* counts;        // operations that lead to each
     complex **h, **k, **l; // [n + max][position]: exp(-2 pi i n x_p) for each coordinate
@@ -196,7 +206,7 @@ struct site_phases {
     int last_h, last_k;
 };
 
-// Phases of all sites for indices up to max. Valid as long as the sites keep their places.
+// Phases of all sites for indices up to max. Valid as long as the sites keep places and tensors.
 struct phase_table {
     hkl max;
     int num_site;
@@ -206,23 +216,30 @@ phase_table new_phase_table(const csd& crystal, hkl max);
 void free_phase_table(phase_table& table);
 bool in_phase_table(const phase_table& table, hkl g);
 
-// Sum over operations of exp(-2 pi i g.x) for site i; g must be in the table.
+// Sum over operations of exp(-2 pi i g.x) for site i, with the temperature factor of an anisotropic
+// site; g must be in the table.
 complex tabled_phase_sum(phase_table& table, int i, hkl g);
 
 // A stock of structure factors in the order of their arrival, at most stock_max. Its owner makes
-// it for one calculation and frees it.
+// it for one calculation and frees it. What comes when the stock is full does not enter it; an
+// owner that asks for a reflection many times has it noted behind the stock instead, each with the
+// flag of its computation.
 struct fg_stock {
-    int count;
-    hkl* g;
+    int count;     // in the stock
+    int num_notes; // behind it, from place stock_max on
+    int max_notes; // room for them
+    hkl* g;        // stock_max + max_notes of each of these three
     complex* fg;
+    int* flag;           // 0 in the stock
     int* index;          // finds the first entry of a reflection without a search
+    unsigned index_bits; // of its number of places
     phase_table* phases; // null, or the owner's phases for stocked_fg
 };
-fg_stock new_stock();
+fg_stock new_stock(int max_notes = 0);
 void free_stock(fg_stock& stock);
 
 // A new stock that holds the crystal's low-order entries and their equivalents.
-fg_stock new_stock_with_lofg(csd& crystal, double kv, lattice lat);
+fg_stock new_stock_with_lofg(csd& crystal, double kv, lattice lat, int max_notes = 0);
 
 // Position of a reflection in the stock, or -1.
 int search_stock(const fg_stock& stock, hkl g);
@@ -237,6 +254,9 @@ enum fg_part {
 
 // A part of Fg of a crystal. phases may be null; without them sines and cosines are formed anew.
 complex crystal_fg(fg_part part, hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, int& flag);
+
+// The elastic part, and that of the nuclear charges on the way: long lists want both.
+complex crystal_fg_ela(hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, complex& z_factor);
 
 // Fg for given elastic and absorptive factors of each site; sq_s = |g|^2 / 4.
 complex calc_structure_factor_ph(int h, int k, int l, double sq_s, int num_sym_op, const sym_op* sym_ops,

@@ -19,57 +19,115 @@ static bool coincide(double x, double y) {
     return d <= same_position || 1 - d <= same_position;
 }
 
-// The distinct positions of a site, and how many operations lead to each. Returns their number.
-static int distinct_positions(const atom& site, int num_sym_op, const sym_op* sym_ops, r_uvw* positions, double* counts) {
-    int distinct = 0;
+static bool coincide(r_uvw p1, r_uvw p2) {
+    return coincide(p1.u, p2.u) && coincide(p1.v, p2.v) && coincide(p1.w, p2.w);
+}
+
+static bool equal(const beta_tensor& b1, const beta_tensor& b2) {
+    return b1.b11 == b2.b11 && b1.b22 == b2.b22 && b1.b33 == b2.b33 &&
+           b1.b12 == b2.b12 && b1.b13 == b2.b13 && b1.b23 == b2.b23;
+}
+
+// The tensor that takes the original indices instead of the rotated ones, h' = R^T h: R beta R^T.
+static beta_tensor rotated(const atom& site, const sym_op& op) {
+    const double beta[3][3] = {{site.beta11, site.beta12, site.beta13},
+                               {site.beta12, site.beta22, site.beta23},
+                               {site.beta13, site.beta23, site.beta33}};
+    const auto element = [&](int i, int j) {
+        double sum = 0.0;
+        for (int m = 0; m < 3; ++m)
+            for (int n = 0; n < 3; ++n)
+                sum += op.rot[3 * m + i] * beta[m][n] * op.rot[3 * n + j];
+        return sum;
+    };
+    return {element(0, 0), element(1, 1), element(2, 2), element(0, 1), element(0, 2), element(1, 2)};
+}
+
+// The distinct tensors of an anisotropic site, and which one belongs to each operation.
+static void find_tensors(const atom& site, int num_sym_op, const sym_op* sym_ops, site_phases& s, int* tensor_of) {
+    s.tensors = new_vector<beta_tensor>(to_size(num_sym_op));
+    s.num_tensors = 0;
     for (int n = 0; n < num_sym_op; ++n) {
-        const r_uvw p = gen_pos({site.x, site.y, site.z}, sym_ops[n]);
+        const beta_tensor tensor = rotated(site, sym_ops[n]);
         int known = 0;
-        while (known < distinct && !(coincide(p.u, positions[known].u) && coincide(p.v, positions[known].v) &&
-                                     coincide(p.w, positions[known].w)))
+        while (known < s.num_tensors && !equal(tensor, s.tensors[known]))
             ++known;
-        if (known == distinct) {
-            positions[distinct] = p;
-            counts[distinct++] = 0.0;
-        }
-        counts[known] += 1.0;
+        if (known == s.num_tensors)
+            s.tensors[s.num_tensors++] = tensor;
+        tensor_of[n] = known;
     }
-    return distinct;
+}
+
+// The distinct positions of each tensor in turn, and how many operations lead to each.
+static void find_positions(const atom& site, int num_sym_op, const sym_op* sym_ops, const int* tensor_of,
+                           site_phases& s, r_uvw* positions) {
+    for (int t = 0; t < s.num_tensors; ++t) {
+        const int begin = s.num_pos;
+        for (int n = 0; n < num_sym_op; ++n) {
+            if (tensor_of[n] != t)
+                continue;
+            const r_uvw p = gen_pos({site.x, site.y, site.z}, sym_ops[n]);
+            int known = begin;
+            while (known < s.num_pos && !coincide(p, positions[known]))
+                ++known;
+            if (known == s.num_pos)
+                positions[s.num_pos++] = p;
+            s.counts[known] += 1.0;
+        }
+        s.tensor_end[t] = s.num_pos;
+    }
 }
 
 // powers[n + max][p] = exp(-2 pi i n x_p) for n = -max .. max, x_p one coordinate of position p.
 static complex** new_powers(int max, int num_pos, const r_uvw* positions, double r_uvw::*coordinate) {
     complex** powers = new_matrix<complex>(2 * to_size(max) + 1, to_size(num_pos));
-    for (int n = -max; n <= max; ++n)
-        for (int p = 0; p < num_pos; ++p)
-            powers[n + max][p] = c_exp({0.0, -two_pi * (n * (positions[p].*coordinate))});
+    for (int n = 0; n <= max; ++n) {
+        for (int p = 0; p < num_pos; ++p) {
+            powers[max + n][p] = c_exp({0.0, -two_pi * (n * (positions[p].*coordinate))});
+            powers[max - n][p] = c_conj(powers[max + n][p]);
+        }
+    }
     return powers;
+}
+
+static site_phases new_site_phases(const atom& site, int num_sym_op, const sym_op* sym_ops, hkl max) {
+    const int anisotropic = 1;
+    site_phases s = {};
+    int* tensor_of = new_vector<int>(to_size(num_sym_op));
+    s.num_tensors = 1;
+    if (site.bf == anisotropic)
+        find_tensors(site, num_sym_op, sym_ops, s, tensor_of);
+    s.tensor_end = new_vector<int>(to_size(s.num_tensors));
+    s.counts = new_vector<double>(to_size(num_sym_op));
+    r_uvw* positions = new_vector<r_uvw>(to_size(num_sym_op));
+    find_positions(site, num_sym_op, sym_ops, tensor_of, s, positions);
+    s.h = new_powers(max.h, s.num_pos, positions, &r_uvw::u);
+    s.k = new_powers(max.k, s.num_pos, positions, &r_uvw::v);
+    s.l = new_powers(max.l, s.num_pos, positions, &r_uvw::w);
+    s.hk = new_vector<complex>(to_size(s.num_pos));
+    s.last_h = max.h + 1; // no product stands yet
+    std::free(positions);
+    std::free(tensor_of);
+    return s;
 }
 
 phase_table new_phase_table(const csd& crystal, hkl max) {
     phase_table table = {max, crystal.num_site, new_vector<site_phases>(to_size(crystal.num_site))};
-    r_uvw* positions = new_vector<r_uvw>(to_size(crystal.num_sym_op));
-    for (int i = 0; i < crystal.num_site; ++i) {
-        site_phases& s = table.site[i];
-        s.counts = new_vector<double>(to_size(crystal.num_sym_op));
-        s.num_pos = distinct_positions(crystal.site[i], crystal.num_sym_op, crystal.sym_op, positions, s.counts);
-        s.h = new_powers(max.h, s.num_pos, positions, &r_uvw::u);
-        s.k = new_powers(max.k, s.num_pos, positions, &r_uvw::v);
-        s.l = new_powers(max.l, s.num_pos, positions, &r_uvw::w);
-        s.hk = new_vector<complex>(to_size(s.num_pos));
-        s.last_h = max.h + 1; // no product stands yet
-    }
-    std::free(positions);
+    for (int i = 0; i < crystal.num_site; ++i)
+        table.site[i] = new_site_phases(crystal.site[i], crystal.num_sym_op, crystal.sym_op, max);
     return table;
 }
 
 void free_phase_table(phase_table& table) {
     for (int i = 0; i < table.num_site; ++i) {
-        std::free(table.site[i].counts);
-        free_matrix(table.site[i].h);
-        free_matrix(table.site[i].k);
-        free_matrix(table.site[i].l);
-        std::free(table.site[i].hk);
+        site_phases& s = table.site[i];
+        std::free(s.tensors);
+        std::free(s.tensor_end);
+        std::free(s.counts);
+        free_matrix(s.h);
+        free_matrix(s.k);
+        free_matrix(s.l);
+        std::free(s.hk);
     }
     std::free(table.site);
 }
@@ -94,29 +152,36 @@ complex tabled_phase_sum(phase_table& table, int i, hkl g) {
     }
     const complex* l = s.l[g.l + table.max.l];
     complex sum = {0.0, 0.0};
-    for (int p = 0; p < s.num_pos; ++p)
-        sum = c_add(sum, c_mul(s.hk[p], l[p]));
+    for (int t = 0, p = 0; t < s.num_tensors; ++t) {
+        complex of_tensor = {0.0, 0.0};
+        for (; p < s.tensor_end[t]; ++p)
+            of_tensor = c_add(of_tensor, c_mul(s.hk[p], l[p]));
+        const double T = s.tensors == nullptr ? 1.0 : std::exp(-beta_form(s.tensors[t], g));
+        sum = c_add(sum, {T * of_tensor.re, T * of_tensor.im});
+    }
     return sum;
 }
 
 // ---- the stock ------------------------------------------------------------------------------
 
-// Places of the index: a power of 2 well above the capacity, so that chains stay short.
-static const unsigned index_size = 4096;
-static_assert(index_size >= 2 * stock_max, "the index must keep free places");
-
-fg_stock new_stock() {
-    return {0, new_vector<hkl>(stock_max), new_vector<complex>(stock_max), new_vector<int>(index_size), nullptr};
+fg_stock new_stock(int max_notes) {
+    const std::size_t room = to_size(stock_max) + to_size(max_notes);
+    unsigned bits = 1;
+    while (std::size_t{1} << bits < 2 * room) // enough free places that chains stay short
+        ++bits;
+    return {0, 0, max_notes, new_vector<hkl>(room), new_vector<complex>(room), new_vector<int>(room),
+            new_vector<int>(std::size_t{1} << bits), bits, nullptr};
 }
 
 void free_stock(fg_stock& stock) {
     std::free(stock.g);
     std::free(stock.fg);
+    std::free(stock.flag);
     std::free(stock.index);
 }
 
-fg_stock new_stock_with_lofg(csd& crystal, double kv, lattice lat) {
-    fg_stock stock = new_stock();
+fg_stock new_stock_with_lofg(csd& crystal, double kv, lattice lat, int max_notes) {
+    fg_stock stock = new_stock(max_notes);
     for (int i = 0; i < crystal.num_lofg; ++i) {
         const hkl g = crystal.lofg_hkl[i];
         const complex fg = lofg_to_fg(g.h, g.k, g.l, crystal.lof_type, crystal.lofg[i],
@@ -134,13 +199,15 @@ int search_g_table(int count, int h, int k, int l, const hkl* g) {
     return -1;
 }
 
-// Place of the index that holds g, or the free one where it would go. A place holds a position in
-// the stock plus 1.
+// Place of the index that holds g, or the free one where it would go. A place holds a position
+// among the entries plus 1.
 static unsigned index_place(const fg_stock& stock, hkl g) {
-    // Any odd multipliers that spread neighbouring indices serve.
-    unsigned place = static_cast<unsigned>(g.h) * 73856093u ^ static_cast<unsigned>(g.k) * 19349663u ^
-                     static_cast<unsigned>(g.l) * 83492791u;
-    for (place %= index_size; stock.index[place] != 0; place = (place + 1) % index_size) {
+    // Any odd multipliers that spread neighbouring indices over the upper bits serve.
+    const unsigned hash = static_cast<unsigned>(g.h) * 0x9e3779b1u + static_cast<unsigned>(g.k) * 0x85ebca77u +
+                          static_cast<unsigned>(g.l) * 0xc2b2ae3du;
+    const unsigned last = (1u << stock.index_bits) - 1;
+    unsigned place = hash >> (32 - stock.index_bits);
+    for (; stock.index[place] != 0; place = (place + 1) & last) {
         const hkl known = stock.g[stock.index[place] - 1];
         if (known.h == g.h && known.k == g.k && known.l == g.l)
             break;
@@ -148,16 +215,29 @@ static unsigned index_place(const fg_stock& stock, hkl g) {
     return place;
 }
 
-int search_stock(const fg_stock& stock, hkl g) { return stock.index[index_place(stock, g)] - 1; }
+// Position of g in the stock or among the notes, or -1.
+static int search_entry(const fg_stock& stock, hkl g) { return stock.index[index_place(stock, g)] - 1; }
+
+int search_stock(const fg_stock& stock, hkl g) {
+    const int known = search_entry(stock, g);
+    return known < stock_max ? known : -1;
+}
 
 // A duplicate keeps its first place in the index, as in a search from the front.
-static void append(fg_stock& stock, hkl g, complex fg) {
+static void set_entry(fg_stock& stock, int position, hkl g, complex fg, int flag) {
     const unsigned place = index_place(stock, g);
-    stock.g[stock.count] = g;
-    stock.fg[stock.count] = fg;
-    ++stock.count;
+    stock.g[position] = g;
+    stock.fg[position] = fg;
+    stock.flag[position] = flag;
     if (stock.index[place] == 0)
-        stock.index[place] = stock.count;
+        stock.index[place] = position + 1;
+}
+
+static void append(fg_stock& stock, hkl g, complex fg) { set_entry(stock, stock.count++, g, fg, 0); }
+
+static void note(fg_stock& stock, hkl g, complex fg, int flag) {
+    if (stock.num_notes < stock.max_notes)
+        set_entry(stock, stock_max + stock.num_notes++, g, fg, flag);
 }
 
 void stock_fg_tbl_sym(int h, int k, int l, complex fg, fg_stock& stock, int num_sym_op, const sym_op* sym_ops) {
@@ -194,14 +274,19 @@ complex stocked_fg(hkl g, csd& crystal, double kv, lattice lat, fg_stock& stock,
         return structure_factor_ext_tbl(g.h, g.k, g.l, crystal.num_sym_op, crystal.sym_op, crystal.num_site,
                                         crystal.site, crystal.xdt, crystal.bk, kv, lat, crystal.latt_type,
                                         crystal.r_hex_axes, stock, flag);
-    flag = 0;
-    const int known = search_stock(stock, g);
-    if (known >= 0)
+    const int known = search_entry(stock, g);
+    if (known >= 0) {
+        flag = stock.flag[known];
         return stock.fg[known];
+    }
+    flag = 0;
     complex fg = {0.0, 0.0};
     if (extinction_rule(g.h, g.k, g.l, crystal.latt_type, crystal.r_hex_axes) == 0)
         fg = crystal_fg(fg_total, g, crystal, kv, lat, stock.phases, flag);
-    stock_fg_tbl_sym(g.h, g.k, g.l, fg, stock, crystal.num_sym_op, crystal.sym_op);
+    if (stock.count < stock_max)
+        stock_fg_tbl_sym(g.h, g.k, g.l, fg, stock, crystal.num_sym_op, crystal.sym_op);
+    else
+        note(stock, g, fg, flag);
     return fg;
 }
 

@@ -46,10 +46,8 @@ void input_density_proj_data(sd& cond, csd& crystal, std::FILE* file) {
 
 complex calc_inv_fourier(r_uvw r, int n, const hkl* beams, const complex* coef) {
     complex sum = {0.0, 0.0};
-    for (int i = 0; i < n; ++i) {
-        const double phase = (beams[i].h * r.u + beams[i].k * r.v + beams[i].l * r.w) * two_pi;
-        sum = c_add(sum, c_mul(coef[i], c_exp({0.0, phase})));
-    }
+    for (int i = 0; i < n; ++i)
+        sum = c_add(sum, c_mul(coef[i], plane_wave(beams[i], r)));
     return sum;
 }
 
@@ -90,22 +88,26 @@ static void write_plot(const char* first_line, const char* zrange, const char* t
 
 static void print_density_maps(const sd& cond, const complex* vg_coef, const complex* xg_coef,
                                std::FILE* potential, std::FILE* density) {
-    const int N = cond.num_exact_beam + cond.num_bethe_beam;
+    map_waves waves = new_map_waves(cond, cond.num_exact_beam + cond.num_bethe_beam, cond.reflex_sel);
+    complex V[wave_run_max], X[wave_run_max];
     for (int ix = 0; ix < cond.nx; ++ix) {
         progress_indicator(ix, cond.nx);
         const double x = map_coordinate(ix, cond.nx, cond.range_x1, cond.range_x2);
-        for (int iy = 0; iy < cond.ny; ++iy) {
-            const double y = map_coordinate(iy, cond.ny, cond.range_y1, cond.range_y2);
-            const r_uvw r = map_point(cond, x, y);
-            const complex V = calc_inv_fourier(r, N, cond.reflex_sel, vg_coef);
-            const complex X = calc_inv_fourier(r, N, cond.reflex_sel, xg_coef);
-            ov_fprintf(potential, "%g\t%g\t%g\n", x, y, V.re);
-            ov_fprintf(density, "%g\t%g\t%g\n", x, y, X.re / cond.area_proj_cell);
+        for (int iy = 0, count; iy < cond.ny; iy += count) {
+            count = start_run(waves, x, iy);
+            sum_run(waves, vg_coef, V);
+            sum_run(waves, xg_coef, X);
+            for (int j = 0; j < count; ++j) {
+                const double y = map_coordinate(iy + j, cond.ny, cond.range_y1, cond.range_y2);
+                ov_fprintf(potential, "%g\t%g\t%g\n", x, y, V[j].re);
+                ov_fprintf(density, "%g\t%g\t%g\n", x, y, X[j].re / cond.area_proj_cell);
+            }
         }
         ov_fprintf(potential, "\n");
         ov_fprintf(density, "\n");
     }
     ov_fprintf(stdout, "100%%.\n");
+    free_map_waves(waves);
 }
 
 void ov_electron_density_proj(std::FILE* file, std::FILE* /*log*/, const char* stem) {
@@ -138,21 +140,6 @@ void ov_electron_density_proj(std::FILE* file, std::FILE* /*log*/, const char* s
 
 // ---- POTENTIAL_REIM_PROJ_MODE ---------------------------------------------------------------
 
-static void print_potential_map(const sd& cond, const complex* vg_coef, std::FILE* table) {
-    const int N = cond.num_exact_beam + cond.num_bethe_beam;
-    for (int ix = 0; ix < cond.nx; ++ix) {
-        progress_indicator(ix, cond.nx);
-        const double x = map_coordinate(ix, cond.nx, cond.range_x1, cond.range_x2);
-        for (int iy = 0; iy < cond.ny; ++iy) {
-            const double y = map_coordinate(iy, cond.ny, cond.range_y1, cond.range_y2);
-            const complex V = calc_inv_fourier(map_point(cond, x, y), N, cond.reflex_sel, vg_coef);
-            ov_fprintf(table, "%g\t%g\t%g\t%g\n", x, y, V.re, V.im);
-        }
-        ov_fprintf(table, "\n");
-    }
-    ov_fprintf(stdout, "100%%.\n");
-}
-
 void ov_potential_reim_proj(std::FILE* file, std::FILE* /*log*/, const char* stem) {
     csd crystal;
     sd cond;
@@ -164,7 +151,7 @@ void ov_potential_reim_proj(std::FILE* file, std::FILE* /*log*/, const char* ste
 
     std::FILE* table = open_map("_pp.txt", "Projected potential       ", stem);
     print_table_head("Projected potential", "pot.re[V]\tpot.im[V])", cond, table);
-    print_potential_map(cond, vg_coef, table);
+    print_complex_map(cond, cond.num_exact_beam + cond.num_bethe_beam, cond.reflex_sel, vg_coef, table);
     ov_fclose(table);
     write_plot("#Real (elastic) potential plot", "[0:20]", "_pp.txt", 3, "_re_pp", stem);
     write_plot("#Imaginary (inelastic) potential plot", "[-3:3]", "_pp.txt", 4, "_im_pp", stem);

@@ -10,6 +10,7 @@
 #include "control/records.h"
 #include "crystal/strct_f.h"
 #include "numeric/complex.h"
+#include "numeric/lb_waves.h"
 #include "solver/ovfunc.h"
 
 namespace orvel {
@@ -167,13 +168,44 @@ complex calc_bloch_state_func_ug(int j, r_uvw r, int n, const hkl* reflex_sel, r
 // The tilt of TFRINGE_MODE and its tables.
 void calc_tfringe_ug(const tilt_problem& problem, r_hkl K_t, int num_thickness, const double* thickness, const char* stem);
 
+// Frees the arrays of a job.
+void free_sd(sd& cond);
+
+// ---- maps -----------------------------------------------------------------------------------
+
 // Coordinate i of n evenly spaced ones from first to last; first if there is only one.
 double map_coordinate(int i, int n, double first, double last);
 
 // The point x base_x1 + y base_x2 of a map.
 r_uvw map_point(const sd& cond, double x, double y);
 
-// Frees the arrays of a job.
-void free_sd(sd& cond);
+// The wave exp(2 pi i g.r).
+complex plane_wave(r_hkl g, r_uvw r);
+complex plane_wave(hkl g, r_uvw r);
+
+// Waves of n beams along the rows of a map, summed run by run: neighbouring points of constant x
+// that are computed together. Refers to cond and beams.
+struct map_waves {
+    const sd* cond;
+    int n;
+    const hkl* beams;
+    wave_table table;
+    complex* first;     // n waves at the first point of the run
+    complex* amplitude; // n, of one sum
+    int count;          // points of the run
+};
+map_waves new_map_waves(const sd& cond, int n, const hkl* beams);
+void free_map_waves(map_waves& waves);
+
+// Goes to the run that begins at point iy of the row at x. Returns its number of points, at most
+// wave_run_max.
+int start_run(map_waves& waves, double x, int iy);
+
+// The sums of coef exp(2 pi i g.r) at the points of the run.
+void sum_run(map_waves& waves, const complex* coef, complex* values);
+
+// The map of the sum over n beams of coef exp(2 pi i g.r): rows of x, y, real and imaginary part
+// into file, progress to the console.
+void print_complex_map(const sd& cond, int n, const hkl* beams, const complex* coef, std::FILE* file);
 
 } // namespace orvel

@@ -30,23 +30,23 @@ void ov_bloch_state(std::FILE* file, std::FILE* log, const char* stem) {
 
 complex calc_projpot(r_uvw r, int n, const hkl* reflex_sel, const complex* const* vg) {
     complex sum = {0.0, 0.0};
-    for (int i = 0; i < n; ++i) {
-        const double phase = two_pi * (reflex_sel[i].h * r.u + reflex_sel[i].k * r.v + reflex_sel[i].l * r.w);
-        sum = c_add(sum, c_mul(vg[i][0], c_exp({0.0, phase})));
-    }
+    for (int i = 0; i < n; ++i)
+        sum = c_add(sum, c_mul(vg[i][0], plane_wave(reflex_sel[i], r)));
     return sum;
+}
+
+// Coefficient of beam g in Bloch state j: the scaling of the eigenvectors by the beta factors is undone.
+static complex bloch_coefficient(int j, int g, const double* beta_ge, const complex* const* eigen_vec) {
+    const double root = std::sqrt(beta_ge[g]);
+    return {eigen_vec[g][j].re / root, eigen_vec[g][j].im / root};
 }
 
 complex calc_bloch_state_func_ug(int j, r_uvw r, int n, const hkl* reflex_sel, r_hkl K_t,
                                  const double* beta_ge, const complex* const* eigen_vec) {
     complex S = {0.0, 0.0};
-    for (int g = 0; g < n; ++g) {
-        const double root = std::sqrt(beta_ge[g]);
-        const complex C = {eigen_vec[g][j].re / root, eigen_vec[g][j].im / root};
-        const double phase = two_pi * (reflex_sel[g].h * r.u + reflex_sel[g].k * r.v + reflex_sel[g].l * r.w);
-        S = c_add(S, c_mul(C, c_exp({0.0, phase})));
-    }
-    return c_mul(S, c_exp({0.0, two_pi * (K_t.h * r.u + K_t.k * r.v + K_t.l * r.w)}));
+    for (int g = 0; g < n; ++g)
+        S = c_add(S, c_mul(bloch_coefficient(j, g, beta_ge, eigen_vec), plane_wave(reflex_sel[g], r)));
+    return c_mul(S, plane_wave(K_t, r));
 }
 
 static void print_eigenvalues(const tilt_problem& problem, const work_cal_int& work, const char* stem, std::FILE* log) {
@@ -72,25 +72,45 @@ static void print_potential_map(const tilt_problem& problem, const sd& cond, con
     ov_fprintf(file, "#%d %d\n", cond.nx, cond.ny);
     ov_fprintf(file, "#x\ty\t\tpotential.re[V]\tpotential.im[V]\n");
     ov_fprintf(stdout, "Proj. potential\n");
+    complex* V_g = new_vector<complex>(to_size(N));
+    for (int i = 0; i < N; ++i)
+        V_g[i] = problem.vg[i][0];
+    print_complex_map(cond, N, problem.reflex_sel, V_g, file);
+    std::free(V_g);
+    ov_fclose(file);
+    ov_fprintf(log, " Projected potential: ==> %s\n", name);
+}
+
+// Wave function of Bloch state j, from 0, on the grid of the map.
+static void print_bloch_state(int j, const tilt_problem& problem, r_hkl K_t, const sd& cond, const work_cal_int& work,
+                              std::FILE* file) {
+    map_waves waves = new_map_waves(cond, problem.num_exact_beam, problem.reflex_sel);
+    complex* C = new_vector<complex>(to_size(problem.num_exact_beam));
+    for (int g = 0; g < problem.num_exact_beam; ++g)
+        C[g] = bloch_coefficient(j, g, work.beta_ge, work.eigen_vec);
+    complex S[wave_run_max];
     for (int ix = 0; ix < cond.nx; ++ix) {
         progress_indicator(ix, cond.nx);
         const double x = map_coordinate(ix, cond.nx, cond.range_x1, cond.range_x2);
-        for (int iy = 0; iy < cond.ny; ++iy) {
-            const double y = map_coordinate(iy, cond.ny, cond.range_y1, cond.range_y2);
-            const complex V = calc_projpot(map_point(cond, x, y), N, problem.reflex_sel, problem.vg);
-            ov_fprintf(file, "%g\t%g\t%g\t%g\n", x, y, V.re, V.im);
+        for (int iy = 0, count; iy < cond.ny; iy += count) {
+            count = start_run(waves, x, iy);
+            sum_run(waves, C, S);
+            for (int p = 0; p < count; ++p) {
+                const double y = map_coordinate(iy + p, cond.ny, cond.range_y1, cond.range_y2);
+                const complex B = c_mul(S[p], plane_wave(K_t, map_point(cond, x, y)));
+                ov_fprintf(file, "%g\t%g\t%g\t%g\t%g\t%g\n", x, y, c_norm(B), c_arg(B), B.re, B.im);
+            }
         }
         ov_fprintf(file, "\n");
     }
     ov_fprintf(stdout, "100%%.\n");
-    ov_fclose(file);
-    ov_fprintf(log, " Projected potential: ==> %s\n", name);
+    std::free(C);
+    free_map_waves(waves);
 }
 
 // The map of branch j, counted from 1, with its lines of the script.
 static void print_branch_map(int j, const tilt_problem& problem, r_hkl K_t, const sd& cond, const work_cal_int& work,
                              const char* stem, std::FILE* script, std::FILE* log) {
-    const complex lambda = work.eigen_val[j - 1];
     const double excitation = c_norm(work.bc[j - 1]);
     char name[path_max];
     std::snprintf(name, sizeof name, "%s_b%d.txt", stem, j);
@@ -100,23 +120,12 @@ static void print_branch_map(int j, const tilt_problem& problem, r_hkl K_t, cons
     ov_fprintf(script, "%d    # branch\n", j);
     ov_fprintf(script, "%g    # eps^2\n", excitation);
     ov_fprintf(file, "# Bloch state: branch %d)\n", j);
-    ov_fprintf(file, "# branch:%d, eigen_val:%g, excitation(eps^2):%g\n", j, lambda.re, excitation);
+    ov_fprintf(file, "# branch:%d, eigen_val:%g, excitation(eps^2):%g\n", j, work.eigen_val[j - 1].re, excitation);
     ov_fprintf(file, "# nx ny\n");
     ov_fprintf(file, "# %d %d\n", cond.nx, cond.ny);
     ov_fprintf(file, "#x\ty\tdensity\tangle\tre\tim\n");
     ov_fprintf(stdout, "Branch %d\n", j);
-    for (int ix = 0; ix < cond.nx; ++ix) {
-        progress_indicator(ix, cond.nx);
-        const double x = map_coordinate(ix, cond.nx, cond.range_x1, cond.range_x2);
-        for (int iy = 0; iy < cond.ny; ++iy) {
-            const double y = map_coordinate(iy, cond.ny, cond.range_y1, cond.range_y2);
-            const complex B = calc_bloch_state_func_ug(j - 1, map_point(cond, x, y), problem.num_exact_beam,
-                                                       problem.reflex_sel, K_t, work.beta_ge, work.eigen_vec);
-            ov_fprintf(file, "%g\t%g\t%g\t%g\t%g\t%g\n", x, y, c_norm(B), c_arg(B), B.re, B.im);
-        }
-        ov_fprintf(file, "\n");
-    }
-    ov_fprintf(stdout, "100%%.\n");
+    print_bloch_state(j - 1, problem, K_t, cond, work, file);
     ov_fclose(file);
 }
 

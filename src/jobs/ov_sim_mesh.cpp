@@ -94,16 +94,6 @@ tilt_problem tilt_problem_of(const sd& cond, csd& crystal, complex** vg, lattice
     return problem;
 }
 
-double map_coordinate(int i, int n, double first, double last) {
-    return n == 1 ? first : first + i * (last - first) / (n - 1);
-}
-
-r_uvw map_point(const sd& cond, double x, double y) {
-    return {x * cond.base_x1.u + y * cond.base_x2.u,
-            x * cond.base_x1.v + y * cond.base_x2.v,
-            x * cond.base_x1.w + y * cond.base_x2.w};
-}
-
 void free_sd(sd& cond) {
     std::free(cond.reflex_sel);
     std::free(cond.out_beams);

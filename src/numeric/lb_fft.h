@@ -14,7 +14,8 @@ namespace orvel {
 // is told on standard error.
 int fft1d(int direction, int n, float* x, float* y);
 
-// Transforms of grids re[i][j] and re[i][j][k] along all axes. A failure ends the process.
+// Transforms of grids re[i][j] and re[i][j][k], in the shapes of vecmat, along all axes. A failure
+// ends the process.
 void fft2d_nxny(int direction, int nx, int ny, float** re, float** im);
 void fft3d_nxnynz(int direction, int nx, int ny, int nz, float*** re, float*** im);
 

@@ -35,13 +35,17 @@ static hkl largest_differences(int n, const hkl* list) {
     return {tabled_index(2 * max.h), tabled_index(2 * max.k), tabled_index(2 * max.l)};
 }
 
+// How many distinct differences a list of N beams may have. Those of one Laue zone have 4 N, of some
+// zones together up to 20 N; the few lists with more pay with time instead of memory.
+static int distinct_differences(int N) { return N * std::min(N, 32); }
+
 void potential_matrix_csd(int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel, csd& crystal, double kv,
                           lattice lat, complex** vg, int& err_flag) {
     err_flag = 0;
     constraint_csd(crystal);
     const int N = num_exact_beam + num_bethe_beam;
     phase_table phases = new_phase_table(crystal, largest_differences(N, reflex_sel));
-    fg_stock stock = new_stock_with_lofg(crystal, kv, lat);
+    fg_stock stock = new_stock_with_lofg(crystal, kv, lat, distinct_differences(N));
     stock.phases = &phases;
     for (int i = 0; i < N; ++i) {
         progress_indicator(i, N);
@@ -91,20 +95,20 @@ void vgv_fxgv_csd(int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel,
     const int N = num_exact_beam + num_bethe_beam;
     phase_table phases = new_phase_table(crystal, largest_indices(N, reflex_sel));
     fg_stock stock = new_stock_with_lofg(crystal, kv, lat);
-    int unused_flag; // the elastic factors have no limit that matters here
     for (int i = 0; i < N; ++i) {
         progress_indicator(i, N);
         const hkl g = reflex_sel[i];
         const int known = search_stock(stock, g);
-        complex fg;
+        complex fg, Z;
         if (known >= 0) {
+            int unused_flag; // nuclear charges have no table to leave
             fg = stock.fg[known];
+            Z = crystal_fg(fg_z, g, crystal, kv, lat, &phases, unused_flag);
         } else {
-            fg = crystal_fg(fg_ela, g, crystal, kv, lat, &phases, unused_flag);
+            fg = crystal_fg_ela(g, crystal, kv, lat, &phases, Z);
             stock_fg_tbl_sym(g.h, g.k, g.l, fg, stock, crystal.num_sym_op, crystal.sym_op);
         }
         vgv[i] = fg_to_vg(fg, lat);
-        const complex Z = crystal_fg(fg_z, g, crystal, kv, lat, &phases, unused_flag);
         fxgv[i] = mott_fxg(Z, fg, sq_abs(hkl2rhkl(g.h, g.k, g.l), lat));
     }
     ov_fprintf(stdout, "100%%.\n");
