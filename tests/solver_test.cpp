@@ -352,7 +352,7 @@ TEST(Solver, BetheReductions) {
     complex** a = new_matrix<complex>(n, n);
     complex** b = new_matrix<complex>(n, n);
     for (std::size_t i = 0; i < n * n; ++i)
-        a[0][i] = {normal(random) + (i / n == i % n && i / n >= s ? 3 : 0), normal(random)}; // weak beams lie apart
+        a[0][i] = {normal(random) + (i / n == i % n && i / n >= s ? 3 : 0), normal(random)};
     for (int trial = 0; trial < 36; ++trial)
         for (int flag_bs : {9, 10}) {
             use_machine(trial % 2 == 0 ? machine_plain : machine_wide);

@@ -21,7 +21,6 @@ void c_matmult(int n, int m, int l, complex** c, const complex* const* a, const 
         join_row(m, part(product, i, 0).re, part(product, i, 0).im, c[i]);
 }
 
-// The product reads its factors before it writes.
 void c_matmult2(int n, complex** a, const complex* const* b) { c_matmult(n, n, n, a, a, b); }
 
 void c_matsub2(int n, complex** a, const complex* const* b) {

@@ -10,8 +10,8 @@ namespace orvel {
 // dst = src; the two may not overlap.
 void c_matcopy2(int n, const complex* const* src, complex** dst);
 
-// c (n by m) = a (n by l) times b (l by m), the three distinct. Every element is summed over the
-// inner index in ascending order.
+// c (n by m) = a (n by l) times b (l by m). Every element is summed over the inner index in ascending
+// order; both factors are read before c is written.
 void c_matmult(int n, int m, int l, complex** c, const complex* const* a, const complex* const* b);
 
 // a := a times b, in place.

@@ -78,7 +78,7 @@ void find_largest(int n, const double* re, const double* im, double close, doubl
     for (i = 0; i + lanes <= n; i += lanes) {
         const mask near = load(square + i) >= all(limit);
         count = near ? count + 1.0 : count;
-        first = near & (place < first) ? place : first;
+        first = (near & (place < first)) ? place : first;
         place = place + double(lanes);
     }
     *found = {largest, n, static_cast<int>(sum_of(count))};

@@ -77,7 +77,8 @@ ORVEL_KERNEL(split_row, (int n, const complex* z, double* re, double* im), (n, z
 ORVEL_KERNEL(join_row, (int n, const double* re, const double* im, complex* z), (n, re, im, z))
 
 // columns[j][i] = rows[i][j] for m rows of n elements.
-ORVEL_KERNEL(rows_to_columns, (int m, int n, const double* rows, std::ptrdiff_t ld, double* columns, std::ptrdiff_t columns_ld),
+ORVEL_KERNEL(rows_to_columns,
+             (int m, int n, const double* rows, std::ptrdiff_t ld, double* columns, std::ptrdiff_t columns_ld),
              (m, n, rows, ld, columns, columns_ld))
 
 // z *= f for a row of n numbers, worked on in fours.
@@ -90,11 +91,13 @@ struct largest_square {
     int first;
     int count;
 };
-ORVEL_KERNEL(find_largest, (int n, const double* re, const double* im, double close, double* square, largest_square* found),
+ORVEL_KERNEL(find_largest,
+             (int n, const double* re, const double* im, double close, double* square, largest_square* found),
              (n, re, im, close, square, found))
 
 // quotient[j] = z[j] / divisor[j] for n numbers, by Smith's scaled division; quotient may be z.
-ORVEL_KERNEL(divide_row, (int n, const complex* z, const complex* divisor, complex* quotient), (n, z, divisor, quotient))
+ORVEL_KERNEL(divide_row, (int n, const complex* z, const complex* divisor, complex* quotient),
+             (n, z, divisor, quotient))
 
 ORVEL_KERNEL(exchange_rows, (int n, planes a, int i, int j), (n, a, i, j))
 
