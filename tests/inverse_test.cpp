@@ -327,7 +327,7 @@ TEST(Inverse, AgreesWithThePlainForm) {
             const result wanted = run_plain(a, tolerance), nearby = run_plain(moved, tolerance);
             if (!column && wanted.code > 0)
                 ++ends[to_size(std::min(wanted.code, 40))];
-            for (const machine_kind machine : {machine_plain, machine_wide}) {
+            for (const machine_kind machine : {machine_plain, machine_wide, machine_widest}) {
                 use_machine(machine);
                 const result got = run_fast(a, tolerance);
                 const double limit = distance(wanted, nearby) * 4 + 1e-14;

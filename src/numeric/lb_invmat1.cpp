@@ -13,10 +13,10 @@ namespace orvel {
 // What stands without a pivot in column k: the columns up to it, factorised, with rows exchanged.
 static void store_factorised(const elimination& e, int k, complex** a) {
     for (int c = 0; c <= k; ++c) {
-        const int first = c / panel_width * panel_width;
+        const int first = c / panel_columns * panel_columns;
         for (int i = 0; i < e.rows; ++i)
             a[i][c] = i < first ? element(e.a, i, c) : panel_element(e, i, c);
-        for (int later = first + panel_width; later < k; ++later)
+        for (int later = first + panel_columns; later < k; ++later)
             std::swap(a[later][c], a[e.perm[later]][c]);
     }
 }
@@ -24,7 +24,7 @@ static void store_factorised(const elimination& e, int k, complex** a) {
 // Moves rows first .. end-1 of the upper factor to a place of their own, with negative sign, and
 // leaves the upper part of the unit matrix there: what the inverse of the lower factor holds.
 static planes take_upper(planes a, int n, int first, int end) {
-    const planes upper = work_planes(slot_a, panel_width, n);
+    const planes upper = work_planes(slot_a, panel_columns, n);
     for (int i = first; i < end; ++i) {
         const planes from = part(a, i, 0), to = part(upper, i - first, 0);
         for (int j = i; j < n; ++j) {
@@ -40,8 +40,8 @@ static planes take_upper(planes a, int n, int first, int end) {
 // The inverse of the lower factor, below the diagonal of a, becomes that of the upper factor times
 // it: some rows at a time, from the last ones up.
 static void multiply_by_upper_inverse(int n, planes a) {
-    for (int first = (n - 1) / panel_width * panel_width; first >= 0; first -= panel_width) {
-        const int end = std::min(first + panel_width, n);
+    for (int first = (n - 1) / panel_columns * panel_columns; first >= 0; first -= panel_columns) {
+        const int end = std::min(first + panel_columns, n);
         const planes upper = take_upper(a, n, first, end), row = part(a, first, 0);
         add_product(end - first, n, n - end, row, {upper.re + end, upper.im + end, upper.ld, 1}, part(a, end, 0));
         for (int i = end - 1; i >= first; --i) {
