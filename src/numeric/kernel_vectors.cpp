@@ -54,7 +54,7 @@ static inline cvec scaled_quotient(cvec a, cvec b) {
 static void control_overflow(double* panel, int i, int end, int c, double smallest) {
     double* re = panel + i * panel_row + c;
     const double r = __builtin_fabs(re[0]) + __builtin_fabs(re[panel_width]);
-    if (r < smallest || !(r + 1.0 / r <= r))
+    if (r < smallest || r + 1.0 / r > r)
         return;
     for (; i <= end; ++i, re += panel_row) {
         re[0] /= r;
@@ -86,7 +86,7 @@ void back_substitute(planes t, const complex* w, int n, int column, double repla
             const mask upper = (number[k] > i) & (number[k] < end);
             const cvec before = load(row + k * lanes, row + panel_width + k * lanes);
             x.v[k] = {upper ? quotient.re : before.re, upper ? quotient.im : before.im};
-            const mask above = modulus_1(x.v[k]) > large;
+            const mask above = ~(modulus_1(x.v[k]) <= large); // NaN, too
             some_large = some_large || (above[0] | above[1] | above[2] | above[3]) != 0;
         }
         store_row(row, x);
