@@ -15,6 +15,13 @@ needs_test=(
     '/usr/lib/*/liblapack.so:liblapack-dev'
     gnuplot:gnuplot-nox
 )
+needs_bench=(
+    '/usr/include/benchmark/benchmark.h:libbenchmark-dev'
+    '/usr/lib/*/libopenblas.so:libopenblas-dev'
+    /usr/include/lapacke.h:liblapacke-dev
+    /usr/include/fftw3.h:libfftw3-dev
+    jq:jq
+)
 
 is_there() {
     case $1 in

@@ -362,6 +362,14 @@ TEST(Fit, Simulates) {
     EXPECT_EQ(read_file("a.int"), measured);
 }
 
+TEST(Fit, EveryAllocationFails) {
+    const fit_dir dir;
+    write_file("a.dat", with(truth, {{"2\n11\n", "2\n2\n"}, {"11 2\n", "7 0\n"}, {"1 -1 0\n-1 1 0\n2 0 0\n-2 0 0\n0 2 0\n0 -2 0\n", ""}}));
+    expect_memory_faults([&] { return dir.run({"a.dat", "--simulate"}); });
+    ASSERT_EQ(dir.run({"a.dat", "--simulate"}).status, 0);
+    expect_memory_faults([&] { return dir.run({"a.dat", "--cycles", "2"}); });
+}
+
 TEST(Fit, BadCommandLines) {
     const fit_dir dir;
     write_file("a.dat", truth);

@@ -402,7 +402,7 @@ TEST(Maps, FilesThatCannotBeWritten) {
             expect_abort(parameters(c.j, waves, three_beams), "", "$$ (fopen_chk_wmode) Cannot open " + name + ". Abort.\n");
             fs::remove(name);
             fs::create_symlink("/dev/full", name);
-            expect_abort(parameters(c.j, waves, three_beams), "", "$$ A result file could not be written completely. Abort.\n");
+            expect_abort(parameters(c.j, waves, three_beams), "", "$$ Cannot write " + name + ". Abort.\n");
             fs::remove(name);
         }
     }

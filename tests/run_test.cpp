@@ -213,11 +213,3 @@ TEST(Run, JobTitles) {
         EXPECT_EQ(end.status, 1) << word;
     }
 }
-
-TEST(Run, FullDisk) {
-    const run_dir dir;
-    fs::create_symlink("/dev/full", dir.path / "a_log.txt");
-    const outcome end = dir.run("a.dat", two_beams);
-    EXPECT_EQ(end.err, "$$ A result file could not be written completely. Abort.\n");
-    EXPECT_EQ(end.status, 1);
-}

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -166,5 +167,53 @@ outcome run_orvel(const fs::path& dir, const std::vector<std::string>& arguments
 outcome run_child(const std::function<void()>& function, unsigned seconds) {
     return in_child("", seconds, function);
 }
+
+#ifdef ORVEL_FAILING_MALLOC
+// The files of the current directory that are none of the old ones.
+using file_texts = std::map<std::string, std::string>;
+static file_texts new_files(const file_texts& old) {
+    file_texts texts;
+    for (const auto& entry : fs::directory_iterator("."))
+        if (old.count(entry.path().filename()) == 0)
+            texts[entry.path().filename()] = read_file(entry.path());
+    return texts;
+}
+
+void expect_memory_faults(const std::function<outcome()>& run) {
+    const file_texts inputs = new_files({});
+    const auto run_with = [&](long fail_at) {
+        for (const auto& file : new_files(inputs))
+            fs::remove(file.first);
+        setenv("ORVEL_FAIL_AT", std::to_string(fail_at).c_str(), 1);
+        setenv("LD_PRELOAD", ORVEL_FAILING_MALLOC, 1);
+        const outcome end = run();
+        unsetenv("LD_PRELOAD");
+        return end;
+    };
+    const outcome good = run_with(0);
+    const file_texts wanted = new_files(inputs);
+    const long count = std::atol(good.err.c_str());
+    ASSERT_EQ(good.status, 0) << good.out << good.err;
+    ASSERT_GT(count, 0) << good.err;
+    long failed = 0;
+    for (long at = 1; at <= count; ++at) {
+        const outcome end = run_with(at);
+        const std::string told = "allocation " + std::to_string(at) + ": " + end.out + end.err;
+        failed += end.status;
+        if (end.status == 0)
+            EXPECT_TRUE(new_files(inputs) == wanted) << told;
+        else
+            EXPECT_TRUE(end.status == 1 && (contains(end.err, "Not enough memory for ") ||
+                                            contains(end.out + end.err, "Cannot open ")))
+                << end.status << told;
+        for (const auto& [name, text] : new_files(inputs))
+            EXPECT_TRUE(text == wanted.at(name) || (ends_with(name, "_log.txt") && begins_with(wanted.at(name), text)))
+                << name << " of " << told;
+    }
+    EXPECT_GT(failed, count / 2);
+}
+#else
+void expect_memory_faults(const std::function<outcome()>&) { GTEST_SKIP() << "the sanitizers allocate by themselves"; }
+#endif
 
 } // namespace orvel_test

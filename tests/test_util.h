@@ -52,4 +52,8 @@ outcome run_orvel(const std::filesystem::path& dir, const std::vector<std::strin
 // process, and to see what they print. The status is 0 if the function returns.
 outcome run_child(const std::function<void()>& function, unsigned seconds = 60);
 
+// Lets each allocation of a run in the current directory fail in turn. Each such run must end with a
+// message and status 1, and leave no result file but complete ones, or not differ from a run with memory.
+void expect_memory_faults(const std::function<outcome()>& run);
+
 } // namespace orvel_test

@@ -2,7 +2,6 @@
 #include "beams/rfsearch.h"
 
 #include <cmath>
-#include <cstdlib>
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
@@ -90,7 +89,7 @@ void reflex_dump_csd(int id, int num_exact, int num_bethe, const hkl* reflex_sel
     free_stock(stock);
     if (dbg.reflex_only_flag == 1) {
         ov_fprintf(stdout, "$$ reflex_only_flag=1. exit.\n");
-        std::exit(EXIT_SUCCESS);
+        ov_exit();
     }
 }
 

@@ -13,6 +13,7 @@ constexpr int table_line_max = 100;     // one read of orvelspg.dat and orvelxdt
 constexpr int search_line_max = 90;     // one read of a search row inside BEAM_SEARCH
 constexpr int name_max = 256;           // parameter file name, its stem, the log's name
 constexpr int path_max = name_max + 64; // a stem with any suffix that a job appends
+constexpr int open_max = 16;            // files written at once: a job has up to four, and the log
 constexpr int id_max = 32;              // name of a refinable value
 constexpr int expr_max = 260;           // first token of a value line: longer than any read
 constexpr int element_max = 8;          // element or ion name

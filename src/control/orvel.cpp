@@ -3,7 +3,6 @@
 // Start and end of a run: banners, the parameter file's name, the log.
 #include "control/orvel.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "control/ov_input.h"
@@ -78,6 +77,7 @@ int main(int argc, char** argv) {
     char stem[name_max];
     char log_name[name_max];
 
+    ov_init();
     ov_fprintf(stdout, "\n#####  Welcome to ORVEL\n");
     ov_fprintf(stdout, "%s\n", version);
     opening_title();
@@ -88,6 +88,7 @@ int main(int argc, char** argv) {
     if (std::snprintf(log_name, name_max, "%s_log.txt", stem) >= name_max)
         name_too_long();
     std::FILE* log = ov_fopen_chk_wmode(log_name);
+    ov_keep(log);
     ov_fprintf(log, "%s\n", version);
     opening_title_log(log);
     ov_fprintf_stdo(log, "parameter_file: %s\n", parameter_file_name);
@@ -97,5 +98,5 @@ int main(int argc, char** argv) {
     ending_title(log);
     ov_fclose(log);
     ov_fprintf(stdout, "See \"%s\".  See you again!!\n\n", log_name);
-    return EXIT_SUCCESS;
+    ov_exit();
 }

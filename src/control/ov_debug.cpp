@@ -92,7 +92,7 @@ void dbg_sel_vg_init(int num_exact_beam, int num_bethe_beam) {
         return;
     char name[path_max];
     std::snprintf(name, sizeof name, "%s.dbg", dbg.base_name);
-    dbg.dump_fp = std::fopen(name, "w");
+    dbg.dump_fp = ov_fopen_wmode(name);
     if (dbg.dump_fp == nullptr) {
         ov_fprintf(stdout, "Cannot open %s\n", name);
         return;

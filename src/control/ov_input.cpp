@@ -15,7 +15,7 @@ void data_format_error(const char* word, const char* found, const char* hint) {
     ov_fprintf(stdout, "$$ buf=%s\n", found);
     if (hint != nullptr)
         ov_fprintf(stdout, "$$%s\n", hint);
-    std::exit(EXIT_FAILURE);
+    ov_exit_failed();
 }
 
 void table_format_error(const char* file_name) {

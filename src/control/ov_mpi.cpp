@@ -1,64 +1,184 @@
 // SPDX-License-Identifier: MIT
 #include "control/ov_mpi.h"
 
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "control/limits.h"
 
 namespace orvel {
 
 int num_procs = 1;
 int proc_id = 0;
 
-// A failure ends the process at once: texts go out, and nothing else is tidied up.
-[[noreturn]] static void end_failed() {
-    std::fflush(nullptr);
+// ---- files that are being written ---------------------------------------------------------------
+
+// A signal may read the table at any time: an entry counts while its stream is set, the last of its
+// fields to come and the first to go.
+struct open_file {
+    std::atomic<std::FILE*> stream; // null: no entry
+    char name[path_max];
+    bool removable; // a regular file that a failed run takes away
+};
+static open_file open_files[open_max];
+
+static open_file* find_file(const std::FILE* stream) {
+    for (open_file& file : open_files)
+        if (file.stream == stream)
+            return &file;
+    return nullptr;
+}
+
+static const char* name_of(const std::FILE* stream) {
+    const open_file* file = find_file(stream);
+    if (file != nullptr)
+        return file->name;
+    return stream == stdout ? "standard output" : "standard error"; // which nobody opens
+}
+
+// A table that ends early reads as complete, so it goes; where its name is a link, what stands behind
+// the link is emptied. Calls only what a signal handler may call.
+static void remove_incomplete() {
+    for (const open_file& file : open_files) {
+        if (file.stream == nullptr || !file.removable)
+            continue;
+        close(open(file.name, O_WRONLY | O_TRUNC));
+        unlink(file.name);
+    }
+}
+
+// ---- start and end of the process -----------------------------------------------------------------
+
+// The signal comes once more, now to end the process as if nobody had handled it.
+static void stopped(int signal) {
+    remove_incomplete();
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+void ov_init() {
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    // A closed pipe and a limit of the file size are write errors like any other.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXCPU})
+        if (std::signal(signal, stopped) == SIG_IGN) // as nohup wants it
+            std::signal(signal, SIG_IGN);
+}
+
+[[noreturn]] static void not_written(const char* name) {
+    ov_abort(stderr, "$$ Cannot write %s. Abort.\n", name);
+}
+
+[[noreturn]] static void not_written(const std::FILE* stream) {
+    if (stream == stdout && errno == EPIPE) // whoever read the console has seen enough
+        ov_exit_failed();
+    not_written(name_of(stream));
+}
+
+void ov_exit() {
+    for (const open_file& file : open_files)
+        if (file.stream != nullptr)
+            ov_fclose(file.stream);
+    ov_fflush(stdout);
+    if (close(STDOUT_FILENO) != 0)
+        not_written(stdout);
+    std::exit(EXIT_SUCCESS);
+}
+
+// On a full disk, what goes makes room for what stays.
+void ov_exit_failed() {
+    remove_incomplete();
+    for (const open_file& file : open_files)
+        if (file.stream != nullptr && !file.removable)
+            std::fflush(file.stream);
+    std::fflush(stdout);
     std::_Exit(EXIT_FAILURE);
 }
 
-[[noreturn]] static void not_written() {
-    ov_abort(stderr, "$$ A result file could not be written completely. Abort.\n");
+// ---- text ---------------------------------------------------------------------------------------
+
+static void print(std::FILE* stream, const char* format, std::va_list values) {
+    if (std::vfprintf(stream, format, values) < 0) // a full disk: no job computes on for nothing
+        not_written(stream);
 }
 
 void ov_fprintf(std::FILE* stream, const char* format, ...) {
-    va_list values;
+    std::va_list values;
     va_start(values, format);
-    const int written = std::vfprintf(stream, format, values);
+    print(stream, format, values);
     va_end(values);
-    if (written < 0) // a full disk: no job computes on for nothing
-        not_written();
 }
 
 void ov_fprintf_stdo(std::FILE* stream, const char* format, ...) {
-    va_list values;
+    std::va_list values;
     va_start(values, format);
-    va_list again;
+    std::va_list again;
     va_copy(again, values);
-    std::vfprintf(stream, format, values);
-    std::vfprintf(stdout, format, again);
+    print(stream, format, values);
+    print(stdout, format, again);
     va_end(again);
     va_end(values);
 }
 
-int ov_fflush(std::FILE* stream) { return std::fflush(stream); }
+int ov_fflush(std::FILE* stream) {
+    const int result = std::fflush(stream);
+    if (result != 0)
+        not_written(stream);
+    return result;
+}
+
+std::FILE* ov_fopen_wmode(const char* path) {
+    open_file* file = find_file(nullptr);
+    if (file == nullptr || std::strlen(path) >= sizeof file->name)
+        return nullptr;
+    std::FILE* stream = std::fopen(path, "w");
+    if (stream == nullptr)
+        return nullptr;
+    struct stat status = {};
+    std::snprintf(file->name, sizeof file->name, "%s", path);
+    file->removable = fstat(fileno(stream), &status) == 0 && S_ISREG(status.st_mode);
+    file->stream = stream;
+    return stream;
+}
 
 std::FILE* ov_fopen_chk_wmode(const char* path) {
-    std::FILE* stream = std::fopen(path, "w");
+    std::FILE* stream = ov_fopen_wmode(path);
     if (stream == nullptr)
         ov_abort(stderr, "$$ Cannot open %s. Abort.\n", path);
     return stream;
 }
 
+void ov_keep(const std::FILE* stream) { find_file(stream)->removable = false; }
+
 void ov_fclose(std::FILE* stream) {
-    const bool failed = std::ferror(stream) != 0;
-    if (std::fclose(stream) != 0 || failed)
-        not_written();
+    if (std::ferror(stream) != 0 || std::fflush(stream) != 0)
+        not_written(stream);
+    open_file* file = find_file(stream);
+    const char* name = name_of(stream);
+    const bool closed = std::fclose(stream) == 0; // a file server may tell so late
+    if (file != nullptr && closed)
+        file->stream = nullptr;
+    else if (file != nullptr)
+        file->removable = true; // nobody knows what is stored, be it the log
+    if (!closed)
+        not_written(name);
 }
 
 void ov_exit_with(std::FILE* stream, const char* prefix, const char* format, std::va_list values) {
     std::fputs(prefix, stream);
     std::vfprintf(stream, format, values);
     std::fputc('\n', stream);
-    end_failed();
+    ov_exit_failed();
 }
 
 void ov_error_exit(std::FILE* stream, const char* format, ...) {
@@ -72,7 +192,7 @@ void ov_abort(std::FILE* stream, const char* format, ...) {
     va_start(values, format);
     std::vfprintf(stream, format, values);
     va_end(values);
-    end_failed();
+    ov_exit_failed();
 }
 
 } // namespace orvel

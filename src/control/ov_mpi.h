@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // The output layer. All text of the program leaves through it: console, log and result files are
-// plain streams, and the console is standard output. A failure ends the process with status 1.
+// plain streams, and the console is standard output. A failure ends the process with status 1, and
+// takes away the files that are still open for writing: none looks complete and is not.
 #pragma once
 
 #include <cstdarg>
@@ -17,21 +18,35 @@ namespace orvel {
 extern int num_procs;
 extern int proc_id;
 
-// Formatted text to one stream. A stream that cannot take it (a full disk): message on standard
-// error, status 1.
+// To be called first. Lines of the console show at once, also in a pipe or a file. A signal that stops
+// the process takes away the files that are still open for writing.
+void ov_init();
+
+// Ends a run that went well: closes every file and the console, as ov_fclose does; status 0.
+[[noreturn]] void ov_exit();
+
+// Ends a run that failed: texts go out, files that are still open for writing go away; status 1.
+[[noreturn]] void ov_exit_failed();
+
+// Formatted text to one stream. A stream that cannot take it (a full disk): message with the file's
+// name on standard error, status 1; without a message if the console is a pipe that nobody reads.
 void ov_fprintf(std::FILE* stream, const char* format, ...) ORVEL_PRINTF(2, 3);
 
 // The same text to the stream and then to the console.
 void ov_fprintf_stdo(std::FILE* stream, const char* format, ...) ORVEL_PRINTF(2, 3);
 
-// Flushes the stream; returns what the library returns.
+// Flushes the stream; returns what the library returns. Ends the process as ov_fprintf does.
 int ov_fflush(std::FILE* stream);
 
-// Opens a path for writing. On failure: message on standard error, status 1.
+// Opens a path for writing. On failure: null; message on standard error, status 1.
+std::FILE* ov_fopen_wmode(const char* path);
 std::FILE* ov_fopen_chk_wmode(const char* path);
 
-// Closes a stream that was written to. If any of its text could not be stored (a full disk):
-// message on standard error, status 1.
+// A run that fails leaves this file as far as it is written: for the log, which has an end to tell by.
+void ov_keep(const std::FILE* stream);
+
+// Closes a stream that was written to. Ends the process as ov_fprintf does if any of its text could
+// not be stored.
 void ov_fclose(std::FILE* stream);
 
 // "$$error: ", the text and a line end to the stream; status 1.

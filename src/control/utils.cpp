@@ -89,7 +89,7 @@ std::FILE* fopen_chk_rmode(const char* path) {
 }
 
 std::FILE* fopen_chk_wmode(const char* path) {
-    std::FILE* stream = std::fopen(path, "w");
+    std::FILE* stream = ov_fopen_wmode(path);
     if (stream == nullptr)
         ov_abort(stderr, "$$ (fopen_chk_wmode) Cannot open %s. Abort.\n", path);
     return stream;

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Reduction to Hessenberg form: one pass over the matrix for each column, two rows at a time.
-#include "numeric/kernels.h"
-#include "numeric/lanes.h"
+#include "numeric/panel.h"
 
 namespace orvel {
 namespace ORVEL_MACHINE {
@@ -11,25 +10,25 @@ namespace ORVEL_MACHINE {
 template <int R>
 static inline void multiply_upper_rows(planes a, int i, int begin, int end, const pending_reflection& old,
                                        const double* v_re, const double* v_im, double* product_re, double* product_im) {
-    cvec z[R], product[R];
+    row_cvec z[R], product[R];
     for (int r = 0; r < R; ++r) {
-        z[r] = all(old.z_re[i + r], old.z_im[i + r]);
-        product[r] = all(0.0, 0.0);
+        z[r] = row_all(old.z_re[i + r], old.z_im[i + r]);
+        product[r] = row_all(0.0, 0.0);
     }
-    for (int j = begin; j < end; j += lanes) {
-        const cvec u_col = load(old.u_col_re + j, old.u_col_im + j);
-        const cvec v = load(v_re + j, v_im + j);
+    for (int j = begin; j < end; j += row_lanes) {
+        const row_cvec u_col = load_part(old.u_col_re + j, old.u_col_im + j);
+        const row_cvec v = load_part(v_re + j, v_im + j);
         for (int r = 0; r < R; ++r) {
             double* re = a.re + (i + r) * a.ld + j;
             double* im = a.im + (i + r) * a.ld + j;
-            const cvec x = sub_mul(load(re, im), z[r], u_col);
-            store(re, im, x);
+            const row_cvec x = sub_mul(load_part(re, im), z[r], u_col);
+            store_part(re, im, x);
             product[r] = add_mul(product[r], x, v);
         }
     }
     for (int r = 0; r < R; ++r) {
-        product_re[i + r] = sum_of(product[r].re);
-        product_im[i + r] = sum_of(product[r].im);
+        product_re[i + r] = sum_of_part(product[r].re);
+        product_im[i + r] = sum_of_part(product[r].im);
     }
 }
 
@@ -38,40 +37,40 @@ template <int R>
 static inline void multiply_lower_rows(planes a, int i, int begin, int end, const pending_reflection& old,
                                        const double* v_re, const double* v_im, double* sum_re, double* sum_im,
                                        double* product_re, double* product_im) {
-    cvec z[R], u[R], v_row[R], product[R];
+    row_cvec z[R], u[R], v_row[R], product[R];
     for (int r = 0; r < R; ++r) {
-        z[r] = all(old.z_re[i + r], old.z_im[i + r]);
-        u[r] = all(old.u_re[i + r], old.u_im[i + r]);
-        v_row[r] = all(v_re[i + r], v_im[i + r]);
-        product[r] = all(0.0, 0.0);
+        z[r] = row_all(old.z_re[i + r], old.z_im[i + r]);
+        u[r] = row_all(old.u_re[i + r], old.u_im[i + r]);
+        v_row[r] = row_all(v_re[i + r], v_im[i + r]);
+        product[r] = row_all(0.0, 0.0);
     }
-    for (int j = begin; j < end; j += lanes) {
-        const cvec u_col = load(old.u_col_re + j, old.u_col_im + j);
-        const cvec y = load(old.y_re + j, old.y_im + j);
-        const cvec v = load(v_re + j, v_im + j);
-        cvec sum = load(sum_re + j, sum_im + j);
+    for (int j = begin; j < end; j += row_lanes) {
+        const row_cvec u_col = load_part(old.u_col_re + j, old.u_col_im + j);
+        const row_cvec y = load_part(old.y_re + j, old.y_im + j);
+        const row_cvec v = load_part(v_re + j, v_im + j);
+        row_cvec sum = load_part(sum_re + j, sum_im + j);
         for (int r = 0; r < R; ++r) {
             double* re = a.re + (i + r) * a.ld + j;
             double* im = a.im + (i + r) * a.ld + j;
-            const cvec x = sub_mul(sub_mul(load(re, im), z[r], u_col), u[r], y);
-            store(re, im, x);
+            const row_cvec x = sub_mul(sub_mul(load_part(re, im), z[r], u_col), u[r], y);
+            store_part(re, im, x);
             product[r] = add_mul(product[r], x, v);
             sum = add_conj_mul(sum, v_row[r], x);
         }
-        store(sum_re + j, sum_im + j, sum);
+        store_part(sum_re + j, sum_im + j, sum);
     }
     for (int r = 0; r < R; ++r) {
-        product_re[i + r] = sum_of(product[r].re);
-        product_im[i + r] = sum_of(product[r].im);
+        product_re[i + r] = sum_of_part(product[r].re);
+        product_im[i + r] = sum_of_part(product[r].im);
     }
 }
 
 void reflect_and_multiply(planes a, int n, int last, const pending_reflection& old,
                           const double* v_re, const double* v_im, double* sum_re, double* sum_im,
                           double* product_re, double* product_im) {
-    const int begin = old.first / lanes * lanes;
-    for (int j = begin; j < n; j += lanes)
-        store(sum_re + j, sum_im + j, all(0.0, 0.0));
+    const int begin = old.first / row_lanes * row_lanes;
+    for (int j = begin; j < n; j += row_lanes)
+        store_part(sum_re + j, sum_im + j, row_all(0.0, 0.0));
     int i = 0;
     for (; i + 2 <= old.first; i += 2)
         multiply_upper_rows<2>(a, i, begin, last + 1, old, v_re, v_im, product_re, product_im);

@@ -9,11 +9,11 @@ namespace orvel {
 namespace ORVEL_MACHINE {
 
 // (x, y) := (conj(c) x + s y, c y - s x); returns x and leaves y in x's place.
-static inline row_part rotate(row_part& x, const row_part& y, cvec c, vec s) {
+static inline row_part rotate(row_part& x, const row_part& y, row_cvec c, row_vec s) {
     row_part out;
     for (int k = 0; k < row_vectors; ++k) {
-        const cvec a = x.v[k];
-        const cvec b = y.v[k];
+        const row_cvec a = x.v[k];
+        const row_cvec b = y.v[k];
         out.v[k] = {s * b.re + c.re * a.re + c.im * a.im, s * b.im + c.re * a.im - c.im * a.re};
         x.v[k] = {c.re * b.re - c.im * b.im - s * a.re, c.re * b.im + c.im * b.re - s * a.im};
     }
@@ -27,7 +27,7 @@ static inline row_part rotate_down(planes h, int column, int first, int last, co
     row_part carry = load_row(re, im);
     for (int j = first + 1; j <= last; ++j) {
         const row_part next = load_row(re + h.ld, im + h.ld);
-        store_row(re, im, rotate(carry, next, all(g[j].c_re, g[j].c_im), all(g[j].s)));
+        store_row(re, im, rotate(carry, next, row_all(g[j].c_re, g[j].c_im), row_all(g[j].s)));
         re += h.ld;
         im += h.ld;
     }
@@ -40,8 +40,8 @@ void apply_sweeps(planes h, int column, int num_sweeps, const sweep* sweeps, con
         if (step.last >= column)
             continue;
         row_part last = rotate_down(h, column, step.first, step.last, g + step.place);
-        for (cvec& x : last.v)
-            x = conj_mul(all(step.row_phase.re, step.row_phase.im), x);
+        for (row_cvec& x : last.v)
+            x = conj_mul(row_all(step.row_phase.re, step.row_phase.im), x);
         store_row(h.re + step.last * h.ld + column, h.im + step.last * h.ld + column, last);
     }
 }
@@ -103,11 +103,13 @@ static chain_link make_careful_link(const chain& c, double below) {
 
 // A row with zeros up to column k.
 static inline row_part right_of(row_part x, int k) {
-    vec number = {0, 1, 2, 3};
-    for (cvec& v : x.v) {
-        v.re = number > k ? v.re : all(0.0);
-        v.im = number > k ? v.im : all(0.0);
-        number += lanes;
+    row_vec number;
+    for (int i = 0; i < row_lanes; ++i)
+        number[i] = i;
+    for (row_cvec& v : x.v) {
+        v.re = number > k ? v.re : row_all(0.0);
+        v.im = number > k ? v.im : row_all(0.0);
+        number += row_lanes;
     }
     return x;
 }
@@ -126,8 +128,8 @@ static inline int rotate_chain(planes h, int column, int j, int end, chain& c, r
             break;
         const chain_link link = careful ? make_careful_link(c, below) : make_link(c, below, squares);
         const row_part next = load_row(re + h.ld, im + h.ld);
-        const cvec d = all(link.kappa * c.d_re, link.kappa * c.d_im);
-        const vec keep = all(link.kappa * below);
+        const row_cvec d = row_all(link.kappa * c.d_re, link.kappa * c.d_im);
+        const row_vec keep = row_all(link.kappa * below);
         if (k + 1 < panel_width) { // the next diagonal element, ahead of its row
             const double x_re = re[h.ld + k + 1];
             const double x_im = im[h.ld + k + 1];
@@ -138,9 +140,9 @@ static inline int rotate_chain(planes h, int column, int j, int end, chain& c, r
         }
         row_part out;
         for (int v = 0; v < row_vectors; ++v) {
-            const cvec a = c.carried.v[v];
-            const cvec from_a = conj_mul(all(link.out_re, link.out_im), a);
-            const cvec from_b = mul(d, next.v[v]);
+            const row_cvec a = c.carried.v[v];
+            const row_cvec from_a = conj_mul(row_all(link.out_re, link.out_im), a);
+            const row_cvec from_b = mul(d, next.v[v]);
             out.v[v] = {link.g.s * next.v[v].re + from_a.re, link.g.s * next.v[v].im + from_a.im};
             c.carried.v[v] = {from_b.re - keep * a.re, from_b.im - keep * a.im};
         }
@@ -167,7 +169,7 @@ static void triangularise_panel(planes h, int column, int first, int last, rotat
     const int j = rotate_chain<false>(h, column, begin + 1, end, c, g);
     rotate_chain<true>(h, column, j, end, c, g);
     const double inverse_sigma = 1.0 / __builtin_sqrt(c.sigma2);
-    for (cvec& x : c.carried.v)
+    for (row_cvec& x : c.carried.v)
         x = {x.re * inverse_sigma, x.im * inverse_sigma};
     store_row(h.re + end * h.ld + column, h.im + end * h.ld + column, right_of(c.carried, end - 1 - column));
 }
@@ -248,19 +250,19 @@ void rotate_columns(planes h, int first, int last, const rotation* g, complex ph
 // ---- vectors --------------------------------------------------------------------------------
 
 // Rows j - 1 and j: (a, b) := (c a - s b, s a + conj(c) b), from the last pair to the first.
-static inline void rotate_up(double* panel, int first, int last, const rotation* g, cvec phase) {
+static inline void rotate_up(double* panel, int first, int last, const rotation* g, row_cvec phase) {
     double* row = panel + last * panel_row;
     row_part carry = load_row(row);
-    for (cvec& x : carry.v)
+    for (row_cvec& x : carry.v)
         x = mul(phase, x);
     for (int j = last; j > first; --j) {
-        const cvec c = all(g[j].c_re, g[j].c_im);
-        const vec s = all(g[j].s);
+        const row_cvec c = row_all(g[j].c_re, g[j].c_im);
+        const row_vec s = row_all(g[j].s);
         const row_part above = load_row(row - panel_row);
         row_part out;
         for (int k = 0; k < row_vectors; ++k) {
-            const cvec a = above.v[k];
-            const cvec b = carry.v[k];
+            const row_cvec a = above.v[k];
+            const row_cvec b = carry.v[k];
             out.v[k] = {s * a.re + c.re * b.re + c.im * b.im, s * a.im + c.re * b.im - c.im * b.re};
             carry.v[k] = {c.re * a.re - c.im * a.im - s * b.re, c.re * a.im + c.im * a.re - s * b.im};
         }
@@ -274,7 +276,7 @@ void apply_sweeps_back(double* panel, int column, int num_sweeps, const sweep* s
     for (int k = num_sweeps - 1; k >= 0; --k) {
         const sweep& step = sweeps[k];
         if (step.first < column + panel_width)
-            rotate_up(panel, step.first, step.last, g + step.place, all(step.column_phase.re, step.column_phase.im));
+            rotate_up(panel, step.first, step.last, g + step.place, row_all(step.column_phase.re, step.column_phase.im));
     }
 }
 

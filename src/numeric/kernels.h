@@ -12,7 +12,7 @@
 
 namespace orvel {
 
-// Declares a kernel on both machines, and the function of that name that calls the one in use.
+// Declares a kernel on all machines, and the function of that name that calls the one in use.
 #ifdef ORVEL_WIDE_KERNELS
 #define ORVEL_KERNEL(name, parameters, arguments) \
     namespace plain {                             \
@@ -21,8 +21,13 @@ namespace orvel {
     namespace wide {                              \
     void name parameters;                         \
     }                                             \
+    namespace widest {                            \
+    void name parameters;                         \
+    }                                             \
     inline void name parameters {                 \
-        if (machine() == machine_wide)            \
+        if (machine() == machine_widest)          \
+            widest::name arguments;               \
+        else if (machine() == machine_wide)       \
             wide::name arguments;                 \
         else                                      \
             plain::name arguments;                \

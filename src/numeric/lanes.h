@@ -9,7 +9,9 @@
 #include <cstddef>
 
 // The namespace that holds the kernels of this compilation.
-#ifdef ORVEL_WIDE
+#if defined(ORVEL_WIDEST)
+#define ORVEL_MACHINE widest
+#elif defined(ORVEL_WIDE)
 #define ORVEL_MACHINE wide
 #else
 #define ORVEL_MACHINE plain
@@ -27,11 +29,13 @@ inline vec load(const double* p) { return *reinterpret_cast<const unaligned_vec*
 inline void store(double* p, vec x) { *reinterpret_cast<unaligned_vec*>(p) = x; }
 inline vec all(double x) { return vec{x, x, x, x}; }
 
-// Four complex numbers.
-struct cvec {
-    vec re;
-    vec im;
+// Complex numbers, as many as there are lanes in V.
+template <class V>
+struct complex_lanes {
+    V re;
+    V im;
 };
+using cvec = complex_lanes<vec>;
 
 inline cvec load(const double* re, const double* im) { return {load(re), load(im)}; }
 inline void store(double* re, double* im, cvec z) {
@@ -41,18 +45,23 @@ inline void store(double* re, double* im, cvec z) {
 inline cvec all(double re, double im) { return {all(re), all(im)}; }
 
 // z + a b, z - a b, z + conj(a) b, z - conj(a) b
-inline cvec add_mul(cvec z, cvec a, cvec b) {
+template <class V>
+inline complex_lanes<V> add_mul(complex_lanes<V> z, complex_lanes<V> a, complex_lanes<V> b) {
     return {z.re + a.re * b.re - a.im * b.im, z.im + a.re * b.im + a.im * b.re};
 }
-inline cvec sub_mul(cvec z, cvec a, cvec b) {
+template <class V>
+inline complex_lanes<V> sub_mul(complex_lanes<V> z, complex_lanes<V> a, complex_lanes<V> b) {
     return {z.re - a.re * b.re + a.im * b.im, z.im - a.re * b.im - a.im * b.re};
 }
-inline cvec add_conj_mul(cvec z, cvec a, cvec b) {
+template <class V>
+inline complex_lanes<V> add_conj_mul(complex_lanes<V> z, complex_lanes<V> a, complex_lanes<V> b) {
     return {z.re + a.re * b.re + a.im * b.im, z.im + a.re * b.im - a.im * b.re};
 }
 // a b and conj(a) b
-inline cvec mul(cvec a, cvec b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
-inline cvec conj_mul(cvec a, cvec b) { return {a.re * b.re + a.im * b.im, a.re * b.im - a.im * b.re}; }
+template <class V>
+inline complex_lanes<V> mul(complex_lanes<V> a, complex_lanes<V> b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
+template <class V>
+inline complex_lanes<V> conj_mul(complex_lanes<V> a, complex_lanes<V> b) { return {a.re * b.re + a.im * b.im, a.re * b.im - a.im * b.re}; }
 
 inline double sum_of(vec x) { return (x[0] + x[1]) + (x[2] + x[3]); }
 

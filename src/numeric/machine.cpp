@@ -5,8 +5,11 @@ namespace orvel {
 
 machine_kind best_machine() {
 #ifdef ORVEL_WIDE_KERNELS
-    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))
-        return machine_wide;
+    const bool wide = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+    const bool widest = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+                        __builtin_cpu_supports("avx512vl");
+    if (wide)
+        return widest ? machine_widest : machine_wide;
 #endif
     return machine_plain;
 }

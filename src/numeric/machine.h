@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: MIT
 //
-// Which machine the kernels run on. Each kernel_*.cpp is compiled twice on x86-64, for every machine
-// (namespace plain) and for one with AVX2 and FMA (namespace wide); on other processors only plainly.
-// The two differ in rounding, since a fused multiply-add rounds once.
+// Which machine the kernels run on. On x86-64 each kernel_*.cpp is compiled three times: for every
+// machine (namespace plain), for one with AVX2 and FMA (wide), and for one with AVX-512 (widest); on
+// other processors only plainly. They differ in rounding, since a fused multiply-add rounds once.
 #pragma once
 
 namespace orvel {
 
-enum machine_kind { machine_plain,
-                    machine_wide };
+enum machine_kind {
+    machine_plain,
+    machine_wide,
+    machine_widest
+};
 
 // The widest kind that the running processor and this build offer.
 machine_kind best_machine();

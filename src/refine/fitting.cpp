@@ -22,6 +22,7 @@ void auto_ed_beams(fed& set, csd& crystal) {
     hkl* exact = new_vector<hkl>(to_size(bs.num_g_limit));
     hkl* bethe = new_vector<hkl>(to_size(bs.num_g_limit));
     ov_fprintf(stdout, "Beam search (%s) ... ", method == method_wg ? "wg" : "sg");
+    ov_fflush(stdout);
     search_beams(set.num_exact_beam, set.num_bethe_beam, exact, bethe, bs, set.zone_uvw, set.zolzbase1,
                  set.h_tilt, set.g_tilt, set.kv, crystal);
     ov_fprintf(stdout, "$$ Exact = %d, Bethe = %d\n", set.num_exact_beam, set.num_bethe_beam);

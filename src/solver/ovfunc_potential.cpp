@@ -121,7 +121,7 @@ void debug_vg_dump(complex* const* vg, int n) {
         return;
     char name[path_max];
     std::snprintf(name, sizeof name, "%s_vg.txt", dbg.base_name);
-    std::FILE* file = std::fopen(name, "w");
+    std::FILE* file = ov_fopen_wmode(name);
     if (file == nullptr)
         ov_abort(stdout, "$$ Cannot open %s. Abort.\n", name);
     ov_fprintf(stdout, "vg_data output ==> %s\n", name);

@@ -8,10 +8,12 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
 #include "control/utils.h"
+#include "numeric/vecmat.h"
 
 using namespace orvel;
 
@@ -79,7 +81,7 @@ static fit_options read_options(int argc, char** argv) {
         const char* word = argv[i];
         if (std::strcmp(word, "--help") == 0) {
             ov_fprintf(stdout, "%s%s", usage, help);
-            std::exit(EXIT_SUCCESS);
+            ov_exit();
         } else if (std::strcmp(word, "--cycles") == 0) {
             o.cycles = static_cast<int>(count_of(value_of(i, argc, argv), 1, INT_MAX));
         } else if (std::strcmp(word, "--dump-normal") == 0) {
@@ -129,7 +131,12 @@ static void simulate_data(const fit_options& options, const char* stem, std::FIL
     free_fit_problem(problem);
 }
 
+// The linear algebra throws where memory runs out, and nothing else here throws.
+static void no_memory() { chk_vector(nullptr); }
+
 int main(int argc, char** argv) {
+    ov_init();
+    std::set_terminate(no_memory);
     const fit_options options = read_options(argc, argv);
     char stem[name_max], log_name[name_max];
     // The stem is no longer than the name.
@@ -143,6 +150,7 @@ int main(int argc, char** argv) {
     read_ini_file();
     copy_text(dbg.base_name, name_max, stem);
     std::FILE* log = ov_fopen_chk_wmode(log_name);
+    ov_keep(log);
     ov_fprintf_stdo(log, "parameter_file: %s\n", options.file);
     if (options.simulate) {
         ov_fprintf_stdo(log, "##### Simulation of measured intensities #####\n");
@@ -151,7 +159,8 @@ int main(int argc, char** argv) {
         ov_fprintf_stdo(log, "##### Refinement #####\n");
         refine(options, stem, log);
     }
+    ov_fprintf(log, "\nSee you again!!!\n"); // all files are complete
     ov_fclose(log);
     ov_fprintf(stdout, "See \"%s\".  See you again!!\n\n", log_name);
-    return EXIT_SUCCESS;
+    ov_exit();
 }

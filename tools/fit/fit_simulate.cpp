@@ -2,6 +2,7 @@
 #include "fit.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -19,8 +20,10 @@ static const char* const mark = "# simulated by orvel_fit";
 // Ends the process if a file of this name was not written by the simulation.
 static void chk_may_overwrite(const char* name) {
     std::FILE* file = std::fopen(name, "r");
-    if (file == nullptr)
+    if (file == nullptr && errno == ENOENT)
         return;
+    if (file == nullptr) // no memory, no permission: nobody knows what stands there
+        ov_abort(stderr, "$$ Cannot open %s. Abort.\n", name);
     char line[line_max] = "";
     const bool readable = std::fgets(line, line_max, file) != nullptr;
     const bool simulated = readable && std::strncmp(line, mark, std::strlen(mark)) == 0;

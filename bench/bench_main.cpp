@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+//
+// Start of the benchmarks: OpenBLAS on one thread, as the program has but one, and a context that
+// says what was compared with what.
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+#include <fftw3.h>
+
+#include "openblas.h"
+
+#ifdef __clang__
+static const char* const compiler = __VERSION__;
+#else
+static const char* const compiler = "GCC " __VERSION__;
+#endif
+
+// File of the library that holds a routine.
+static std::string library_of(const char* routine) {
+    void* address = dlsym(RTLD_DEFAULT, routine);
+    Dl_info info = {};
+    return address != nullptr && dladdr(address, &info) != 0 ? info.dli_fname : "";
+}
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return EXIT_FAILURE;
+    openblas_set_num_threads(1);
+    const std::string lapack = library_of("zgeev_");
+    if (lapack.find("openblas") == std::string::npos) {
+        std::fprintf(stderr, "LAPACK is not that of OpenBLAS but %s\n", lapack.c_str());
+        return EXIT_FAILURE;
+    }
+    benchmark::AddCustomContext("compiler", compiler);
+    benchmark::AddCustomContext("openblas", openblas_get_config());
+    benchmark::AddCustomContext("openblas_core", openblas_get_corename());
+    benchmark::AddCustomContext("lapack_from", lapack);
+    benchmark::AddCustomContext("fftw", fftwf_version);
+    benchmark::RunSpecifiedBenchmarks();
+}

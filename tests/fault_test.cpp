@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: MIT
+//
+// Faults of the machine, one run after the other: files and consoles that cannot be written, memory that
+// runs out at every allocation of every job, and runs that are stopped. None ends without a word, but
+// where nobody listens, and none leaves a file that looks complete and is not.
+#include <csignal>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "job_util.h"
+
+using namespace orvel_test;
+namespace fs = std::filesystem;
+
+static const std::string reflexes = "OUTPUT_REFLEX{\n1\n0 0 0\n}OUTPUT_REFLEX\n",
+                         depths = "OUTPUT_THICKNESS{\n1\n700\n}OUTPUT_THICKNESS\n",
+                         branches = "OUTPUT_BRANCH{\n1 2\n}OUTPUT_BRANCH\n", beams = "0\n2 0\n0 0 0\n1 0 0\n",
+                         plane = "CALC_RXY_RANGE{\n2 1\n0 1\n0 1\n}CALC_RXY_RANGE\n";
+
+// The parameter file of a job: the lines of its mesh of tilts (a map has none) and those behind its beams.
+static std::string parameters(const std::string& word, const std::string& condition, const std::string& mesh,
+                              const std::string& blocks, const std::string& volume = "") {
+    const std::string block = condition + "_CALCULATION_CONDITION", search = "BEAM_SEARCH" + volume;
+    return word + "\nEPS_CONTROL_PARAMETERS{\n}EPS_CONTROL_PARAMETERS\n" +
+           crystal_text("1\n4\n5\n6\n90\n90\n90\n", {"Si\n0\n0\n0\nISO\n0.3\n1\n0\n"}, "1\n1\n0 0 0\n9.6\n0.48\n") + block +
+           "{\nINCIDENT_BEAM{\n0 0 1\n0 0 1\n1 0 0\n0\n0\n100\n}INCIDENT_BEAM\n" +
+           (mesh.empty() ? "" : "CALC_KXY_RANGE{\n" + mesh + "}CALC_KXY_RANGE\n") + search + "{\n" + beams + "}" + search +
+           "\n" + blocks + "}" + block + "\n";
+}
+static std::string pattern(const std::string& mesh) { return parameters("SIM_MODE", "SIM", mesh, reflexes + depths); }
+static std::string surface(const std::string& mesh) {
+    return parameters("DISPSURF_MODE", "DISPSURF", mesh, branches + reflexes + depths);
+}
+
+// Every job, as small as can be.
+static const std::string one = "0\n1\n1\n", area = "AREA_PROJ_CELL{\n20\n}AREA_PROJ_CELL\n",
+                         cell = "CALC_RXY_RANGE_3D{\nUNITCELL_XYZ\n2 2 2\n}CALC_RXY_RANGE_3D\n";
+static const std::vector<std::string> jobs = {
+    pattern(one),
+    parameters("SIM_COHERENT_MODE", "SIM", one, reflexes + depths) + "COHERENT{\n2e7\n-900\n0.4 -0.3 9\n}COHERENT\n",
+    surface(one),
+    parameters("BLOCH_MODE", "BLOCH", one, plane + branches),
+    parameters("TFRINGE_MODE", "TFRINGE", one, "CALC_T_RANGE{\n2\n700 1500\n}CALC_T_RANGE\n" + reflexes),
+    parameters("E_DENSITY_PROJ_MODE", "E_DENSITY", "", plane + area),
+    parameters("POTENTIAL_REIM_PROJ_MODE", "E_DENSITY", "", plane + area),
+    parameters("E_DENSITY_3D_UNITCELL_MODE", "E_DENSITY", "", cell, "_3D"),
+    parameters("POTENTIAL_REIM_3D_UNITCELL_MODE", "E_DENSITY", "", cell, "_3D"),
+};
+
+static const std::string dumps = "vg_dump_flag 1\natm_pos_out_flag 1\n";
+
+TEST(Fault, EveryAllocationFails) {
+    const job_dir dir;
+    for (const std::string& text : jobs)
+        expect_memory_faults([&] { return dir.run(text, dumps); });
+}
+
+TEST(Fault, AnythingThatCannotBeWritten) {
+    const std::string program = std::string("exec ") + ORVEL_PROGRAM + " a.dat ", full = "ln -s /dev/full ";
+    const struct {
+        std::string ini, command, name;      // what cannot be written
+        std::vector<std::string> gone, stay; // files of the run, and the target of a link
+    } cases[] = {
+        {"", program + "> /dev/full", "standard output", {"a_log.txt"}, {}},
+        {"", program + ">&-", "standard output", {"a_log.txt"}, {}},
+        {"", full + "a_log.txt; " + program, "a_log.txt", {}, {"a_rs0.txt", "a_dre.txt"}},
+        {"reflex_only_flag 1\n", full + "a_log.txt; " + program, "a_log.txt", {}, {"a_fg0.txt"}},
+        {"", full + "a_fg0.txt; " + program, "a_fg0.txt", {"a_rs0.txt"}, {"a_log.txt"}},
+        {"", full + "a_rs0.txt; " + program, "a_rs0.txt", {"a_dre.txt"}, {"a_log.txt", "a_fg0.txt"}},
+        {dumps, full + "a_vg.txt; " + program, "a_vg.txt", {"a_rs0.txt"}, {"a_fg0.txt"}},
+        {dumps, full + "a_aps.txt; " + program, "a_aps.txt", {"a_fg0.txt"}, {}},
+        {"vg_sel_chk_flag 1\n", full + "a.dbg; " + program, "a.dbg", {"a_rs0.txt"}, {"a_fg0.txt"}},
+        {"", "ulimit -f 8; " + program, "a_rs0.txt", {"a_rs0.txt", "a_dre.txt"}, {"a_log.txt", "a_fg0.txt"}},
+        {"vg_sel_chk_flag 1\n", "ulimit -f 8; " + program, "a.dbg", {"a.dbg", "a_rs0.txt"}, {"a_fg0.txt"}},
+        {"", "ln -s b a_rs0.txt; ulimit -f 8; " + program, "a_rs0.txt", {"a_rs0.txt"}, {"b"}},
+    };
+    for (const auto& c : cases) {
+        const table_dir dir;
+        write_file("a.dat", pattern("3\n41\n0.5\n"));
+        write_file("orvel.ini", c.ini + "INI_PARAM_END\n");
+        const outcome end = run_child([&] { execl("/bin/sh", "sh", "-c", c.command.c_str(), nullptr); });
+        EXPECT_EQ(end.err, "$$ Cannot write " + c.name + ". Abort.\n") << c.command << end.out;
+        EXPECT_EQ(end.status, 1) << c.command;
+        for (const std::string& name : c.gone)
+            EXPECT_FALSE(fs::exists(fs::symlink_status(name))) << name << " is left by " << c.command;
+        for (const std::string& name : c.stay)
+            EXPECT_TRUE(fs::exists(name) && fs::is_empty(name) == (name == "b")) << name << " of " << c.command;
+        EXPECT_TRUE(c.name == "a_log.txt" || !fs::exists("a_log.txt") || !contains(read_file("a_log.txt"), "See you"));
+    }
+}
+
+// A run whose console is a pipe is left alone until its first percentage shows there; then what comes to
+// it is a signal, one that it was told to ignore and another one, or the end of the pipe.
+TEST(Fault, StoppedInItsLoop) {
+    const struct {
+        int ignored, sent, status;
+    } cases[] = {
+        {0, SIGINT, -SIGINT},
+        {0, SIGTERM, -SIGTERM},
+        {0, SIGHUP, -SIGHUP},
+        {0, SIGXCPU, -SIGXCPU},
+        {SIGHUP, SIGTERM, -SIGTERM},
+        {0, 0, 1},
+        {SIGPIPE, 0, 1},
+    };
+    for (const auto& c : cases) {
+        const table_dir dir;
+        write_file("a.dat", surface("3\n701\n0.5\n"));
+        int console[2];
+        ASSERT_EQ(pipe(console), 0);
+        const pid_t run = fork();
+        if (run == 0) {
+            for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGXCPU, SIGPIPE})
+                std::signal(signal, signal == c.ignored ? SIG_IGN : SIG_DFL);
+            dup2(console[1], STDOUT_FILENO);
+            dup2(creat("err", S_IRWXU), STDERR_FILENO);
+            close(console[0]);
+            alarm(120);
+            execl(ORVEL_PROGRAM, "orvel", "a.dat", nullptr);
+            _exit(127);
+        }
+        close(console[1]);
+        std::string out;
+        const auto in_loop = [&] { return contains(out, "(calc_disp_surf_ug)") && ends_with(out, " 5%"); };
+        for (char next; !in_loop() && read(console[0], &next, 1) == 1;)
+            out += next;
+        EXPECT_TRUE(in_loop()) << out;
+        for (const char* name : {"a_ds.txt", "a_amp.txt", "a_int.txt"})
+            EXPECT_TRUE(fs::exists(name)) << name;
+        if (c.sent == 0)
+            close(console[0]);
+        for (int signal : {c.ignored, c.sent})
+            kill(run, signal);
+        int state = 0;
+        ASSERT_EQ(waitpid(run, &state, 0), run);
+        if (c.sent != 0)
+            close(console[0]);
+        EXPECT_EQ(WIFEXITED(state) ? WEXITSTATUS(state) : -WTERMSIG(state), c.status);
+        EXPECT_EQ(read_file("err"), "") << c.sent;
+        for (const char* name : {"a_ds.txt", "a_amp.txt", "a_int.txt"})
+            EXPECT_FALSE(fs::exists(name)) << name << " after signal " << c.sent;
+        EXPECT_TRUE(fs::exists("a_fg0.txt") && !contains(read_file("a_log.txt"), "See you")) << c.sent;
+    }
+}
