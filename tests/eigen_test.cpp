@@ -438,6 +438,11 @@ TEST_P(OnEveryMachine, BackSubstitution) {
     // Where balancing has isolated the rows, their diagonal element is not scaled with the column.
     const eigen_system isolated = solve(0, matrix_2({1, 0}, {1e10, 0}, {0, 0}, {2, 0}), 1e-8);
     EXPECT_NEAR(std::abs(isolated.v(0, 0) - isolated.v(1, 0)), 0.0, 1e-9);
+    // Neither is the first column that balancing has left: unit length, and 1 in the row of the large element.
+    square beside(3);
+    beside.data = {{0.5, 0}, {1e10, 0}, {0, 0}, {0, 0}, {3, 0}, {1, 0}, {0, 0}, {1, 0}, {2, 0}};
+    const eigen_system first = solve(0, beside, 1e-8);
+    EXPECT_EQ((std::abs(first.v(0, 0)) < 0.8) + (std::abs(first.v(0, 1)) < 0.8), 1);
     // A squared length of 2 becomes 1 if eps is not above it.
     for (const double length : {2.0, 2.1}) {
         eps = length;
