@@ -54,7 +54,7 @@ static inline row_cvec scaled_quotient(row_cvec a, row_cvec b) {
 static void control_overflow(double* panel, int i, int end, int c, double smallest) {
     double* re = panel + i * panel_row + c;
     const double r = __builtin_fabs(re[0]) + __builtin_fabs(re[panel_width]);
-    if (r < smallest || !(r + 1.0 / r <= r))
+    if (r < smallest || r + 1.0 / r > r)
         return;
     for (; i <= end; ++i, re += panel_row) {
         re[0] /= r;
@@ -88,7 +88,7 @@ void back_substitute(planes t, const complex* w, int n, int column, double repla
             const row_mask upper = (number[k] > i) & (number[k] < end);
             const row_cvec before = before_row.v[k];
             x.v[k] = {upper ? quotient.re : before.re, upper ? quotient.im : before.im};
-            const row_mask above = modulus_1(x.v[k]) > large;
+            const row_mask above = ~(modulus_1(x.v[k]) <= large); // NaN, too
             for (int c = 0; c < row_lanes; ++c)
                 some_large = some_large || above[c] != 0;
         }

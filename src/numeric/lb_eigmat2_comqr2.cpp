@@ -120,7 +120,7 @@ static void make_subdiagonal_real(int n, int lo, int hi, complex** h, qr_work& w
     }
     to_planes(n, h, w.h);
     for (int i = 0; i < n; ++i) {
-        const int begin = i > lo && i <= hi ? i - 1 : i;
+        const int begin = i >= std::max(lo, 1) && i <= hi ? i - 1 : i; // exceptional_shift reads that of row lo
         std::fill(w.h.re + i * w.h.ld, w.h.re + i * w.h.ld + begin, 0.0);
         std::fill(w.h.im + i * w.h.ld, w.h.im + i * w.h.ld + begin, 0.0);
         if (begin < i)
@@ -312,9 +312,11 @@ void comqr2(int n, int low, int igh, double* ortr, double* orti, complex** h, co
         std::fill(w.panel, w.panel + panel_row * n, 0.0);
         if (with_vectors)
             back_substitute(w.h, eigen_val, n, column, replaced_difference, eps, w.panel);
-        else
-            for (int c = 0; c < columns; ++c)
-                set_panel_element(w.panel, column + c, c, {1.0, 0.0});
+        // Without vectors the transformation itself is given out. The publication forms no product for
+        // the columns up to low and behind igh, so that the overflow control has no hold of their diagonal.
+        for (int j = column; j < column + columns; ++j)
+            if (!with_vectors || j <= lo || j > hi)
+                set_panel_element(w.panel, j, j - column, {1.0, 0.0});
         apply_sweeps_back(w.panel, column, w.num_sweeps, w.sweeps, w.g);
         reflect_panel(w.panel, w.u, w.norm, w.phase, lo, hi);
         if (with_vectors)
