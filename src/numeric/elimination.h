@@ -10,7 +10,7 @@
 
 namespace orvel {
 
-constexpr int panel_columns = 4; // the last panel may be narrower
+constexpr int panel_columns = 8; // the last panel may be narrower
 
 struct elimination {
     int rows;

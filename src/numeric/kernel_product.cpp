@@ -1,39 +1,43 @@
 // SPDX-License-Identifier: MIT
-#include "numeric/kernels.h"
-#include "numeric/lanes.h"
+#include "numeric/panel.h"
 
 namespace orvel {
 namespace ORVEL_MACHINE {
 
-// As wide as a register, since sums that take two are kept in memory by compilers.
-#ifdef ORVEL_WIDE
-typedef vec reg;
-static inline reg all_reg(double x) { return all(x); }
-#else
-typedef double reg __attribute__((vector_size(16)));
-static inline reg all_reg(double x) { return reg{x, x}; }
-#endif
-typedef reg unaligned_reg __attribute__((aligned(8), may_alias)); // in memory
-constexpr int reg_lanes = sizeof(reg) / sizeof(double);
+// Rows of a block: as many as leave its sums in registers.
+constexpr int block_rows = row_lanes == 8 ? 4 : 2;
 
-static inline reg load_reg(const double* p) { return *reinterpret_cast<const unaligned_reg*>(p); }
-static inline void store_reg(double* p, reg x) { *reinterpret_cast<unaligned_reg*>(p) = x; }
+// Reg is a vector as wide as a register, or what is left of columns narrower than that; sums wider than
+// a register are kept in memory by compilers.
+template <class Reg>
+static inline Reg load_reg(const double* p) {
+    typedef Reg in_memory __attribute__((aligned(8), may_alias));
+    return *reinterpret_cast<const in_memory*>(p);
+}
+template <class Reg>
+static inline void store_reg(double* p, Reg x) {
+    typedef Reg in_memory __attribute__((aligned(8), may_alias));
+    *reinterpret_cast<in_memory*>(p) = x;
+}
+template <class Reg>
+constexpr int width_of = sizeof(Reg) / sizeof(double);
 
 // R rows and V registers of c stay where they are while k runs.
-template <int R, int V>
+template <class Reg, int R, int V>
 static inline void add_block(int l, planes c, factors a, planes b) {
-    reg re[R][V], im[R][V];
+    constexpr int width = width_of<Reg>;
+    Reg re[R][V], im[R][V];
     for (int r = 0; r < R; ++r) {
         for (int v = 0; v < V; ++v) {
-            re[r][v] = load_reg(c.re + r * c.ld + v * reg_lanes);
-            im[r][v] = load_reg(c.im + r * c.ld + v * reg_lanes);
+            re[r][v] = load_reg<Reg>(c.re + r * c.ld + v * width);
+            im[r][v] = load_reg<Reg>(c.im + r * c.ld + v * width);
         }
     }
     for (int k = 0; k < l; ++k) {
         for (int r = 0; r < R; ++r) {
-            const reg x = all_reg(a.re[r * a.row]), y = all_reg(a.im[r * a.row]);
+            const Reg x = Reg{} + a.re[r * a.row], y = Reg{} + a.im[r * a.row];
             for (int v = 0; v < V; ++v) {
-                const reg u = load_reg(b.re + v * reg_lanes), w = load_reg(b.im + v * reg_lanes);
+                const Reg u = load_reg<Reg>(b.re + v * width), w = load_reg<Reg>(b.im + v * width);
                 re[r][v] = re[r][v] + x * u - y * w;
                 im[r][v] = im[r][v] + x * w + y * u;
             }
@@ -45,34 +49,44 @@ static inline void add_block(int l, planes c, factors a, planes b) {
     }
     for (int r = 0; r < R; ++r) {
         for (int v = 0; v < V; ++v) {
-            store_reg(c.re + r * c.ld + v * reg_lanes, re[r][v]);
-            store_reg(c.im + r * c.ld + v * reg_lanes, im[r][v]);
+            store_reg(c.re + r * c.ld + v * width, re[r][v]);
+            store_reg(c.im + r * c.ld + v * width, im[r][v]);
         }
     }
 }
 
-// A strip of V registers, two rows at a time.
-template <int V>
-static inline void add_strip(int m, int l, planes c, factors a, planes b) {
-    int i = 0;
-    for (; i + 2 <= m; i += 2) {
-        add_block<2, V>(l, c, a, b);
-        c.re += 2 * c.ld;
-        c.im += 2 * c.ld;
-        a.re += 2 * a.row;
-        a.im += 2 * a.row;
+// A strip of V registers, some rows at a time.
+template <class Reg, int V>
+static inline void add_strip(int m, int l, int column, planes c, factors a, planes b) {
+    c = {c.re + column, c.im + column, c.ld};
+    b = {b.re + column, b.im + column, b.ld};
+    for (int i = 0; i < m;) {
+        const int rows = i + block_rows <= m ? block_rows : 1;
+        if (rows == block_rows)
+            add_block<Reg, block_rows, V>(l, c, a, b);
+        else
+            add_block<Reg, 1, V>(l, c, a, b);
+        i += rows;
+        c.re += rows * c.ld;
+        c.im += rows * c.ld;
+        a.re += rows * a.row;
+        a.im += rows * a.row;
     }
-    if (i < m)
-        add_block<1, V>(l, c, a, b);
 }
 
 void add_product(int m, int n, int l, planes c, factors a, planes b) {
-    constexpr int strip = 2 * reg_lanes;
+    constexpr int strip = 2 * row_lanes;
     int j = 0;
     for (; j + strip <= n; j += strip)
-        add_strip<2>(m, l, {c.re + j, c.im + j, c.ld}, a, {b.re + j, b.im + j, b.ld});
-    for (; j < n; j += lanes)
-        add_strip<lanes / reg_lanes>(m, l, {c.re + j, c.im + j, c.ld}, a, {b.re + j, b.im + j, b.ld});
+        add_strip<row_vec, 2>(m, l, j, c, a, b);
+    for (; j + row_lanes <= n && row_lanes > lanes; j += row_lanes)
+        add_strip<row_vec, 1>(m, l, j, c, a, b);
+    for (; j < n; j += lanes) {
+        if (row_lanes >= lanes)
+            add_strip<vec, 1>(m, l, j, c, a, b);
+        else
+            add_strip<row_vec, 2>(m, l, j, c, a, b);
+    }
 }
 
 // R rows share each load of x.

@@ -15,29 +15,29 @@ namespace orvel {
 // Declares a kernel on all machines, and the function of that name that calls the one in use.
 #ifdef ORVEL_WIDE_KERNELS
 #define ORVEL_KERNEL(name, parameters, arguments) \
-    namespace plain {                             \
+    namespace kernels_plain {                     \
     void name parameters;                         \
     }                                             \
-    namespace wide {                              \
+    namespace kernels_wide {                      \
     void name parameters;                         \
     }                                             \
-    namespace widest {                            \
+    namespace kernels_widest {                    \
     void name parameters;                         \
     }                                             \
     inline void name parameters {                 \
         if (machine() == machine_widest)          \
-            widest::name arguments;               \
+            kernels_widest::name arguments;       \
         else if (machine() == machine_wide)       \
-            wide::name arguments;                 \
+            kernels_wide::name arguments;         \
         else                                      \
-            plain::name arguments;                \
+            kernels_plain::name arguments;        \
     }
 #else
 #define ORVEL_KERNEL(name, parameters, arguments) \
-    namespace plain {                             \
+    namespace kernels_plain {                     \
     void name parameters;                         \
     }                                             \
-    inline void name parameters { plain::name arguments; }
+    inline void name parameters { kernels_plain::name arguments; }
 #endif
 
 // A complex matrix as two planes of doubles: element (i, j) is re[i * ld + j] + i im[i * ld + j].

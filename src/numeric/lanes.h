@@ -10,11 +10,11 @@
 
 // The namespace that holds the kernels of this compilation.
 #if defined(ORVEL_WIDEST)
-#define ORVEL_MACHINE widest
+#define ORVEL_MACHINE kernels_widest
 #elif defined(ORVEL_WIDE)
-#define ORVEL_MACHINE wide
+#define ORVEL_MACHINE kernels_wide
 #else
-#define ORVEL_MACHINE plain
+#define ORVEL_MACHINE kernels_plain
 #endif
 
 namespace orvel {

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
 // Which machine the kernels run on. On x86-64 each kernel_*.cpp is compiled three times: for every
-// machine (namespace plain), for one with AVX2 and FMA (wide), and for one with AVX-512 (widest); on
-// other processors only plainly. They differ in rounding, since a fused multiply-add rounds once.
+// machine (namespace kernels_plain), for one with AVX2 and FMA (kernels_wide), and for one with AVX-512
+// (kernels_widest); on other processors only plainly. They differ in rounding, since a fused
+// multiply-add rounds once.
 #pragma once
 
 namespace orvel {
