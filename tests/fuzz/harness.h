@@ -10,11 +10,9 @@
 
 namespace orvel_fuzz {
 
-// Runs body, which finds these files and no others, until it returns, ends the process, or has used up its work
-// (calls of functions) or its memory, of which the last fails like any allocation without memory.
-void run_caught(std::map<std::string, std::string> files, void (*body)());
+using file_set = std::map<std::string, std::string>;
 
-// A file of the project as text.
-std::string file_text(const std::string& path);
+// Runs body, which finds these files and no others, until it returns, ends the process, or has used up its work.
+void run_caught(file_set files, void (*body)());
 
 } // namespace orvel_fuzz
