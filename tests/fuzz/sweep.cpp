@@ -175,7 +175,8 @@ TEST_P(Sweep, EndsInAResultOrAMessage) {
         std::string seed;
         for (const std::string& file : mutable_files)
             seed += (file == "a.dat" ? "" : "@" + file + "\n") + files[file];
-        write_file(fs::path(seeds) / testing::UnitTest::GetInstance()->current_test_info()->name(), seed);
+        const fs::path name = testing::UnitTest::GetInstance()->current_test_info()->name();
+        write_file(seeds / name.filename(), seed);
         return;
     }
     const outcome whole = run(command, files);
