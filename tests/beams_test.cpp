@@ -286,6 +286,7 @@ TEST(Beams, Faults) {
         {wg + full, "", {"1\n5 0.3 0 0\n" + row, "1\n4 0.3 0 0\n0 2e9 1e11\n", "1\n1 0.3 0 0\n" + row, "1\n0 0.1 0 0\n" + row, "1\n-2e9 0.1 0 0\n" + row}},
         {"Beam search (sg)... " + full, "", {"2\n1 0.3 0 0\n0 0 0\n"}}, // also if nothing is kept
         {wg + "$$ Invalid g_max(=inf). Abort.\n", "", {"1\n9 inf 0 0\n" + row}},
+        {wg + "$$ Invalid g_max(=nan). Abort.\n", "", {"1\n9 nan 0 0\n" + row}},
         {wg + "$$ Invalid g_max(=1000). Abort.\n", "", {"1\n9 1000 0 0\n" + row}},
         {wg + "$Error in zolz_ort_base: g2 = 0", "", {"1\n9 0.3 0 0\n" + row}, "0 0 1"},
         {wg + "$$ Invalid af. Abort.\n", "", {"1\n9 0.4 0 0\n" + row}, "1 0 0", "Si\n0\n0\n0\n0\n0.5\n1\n2\n"},
