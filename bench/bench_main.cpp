@@ -10,6 +10,7 @@
 #include <dlfcn.h>
 #include <fftw3.h>
 
+#include "numeric/machine.h"
 #include "openblas.h"
 
 #ifdef __clang__
@@ -25,7 +26,24 @@ static std::string library_of(const char* routine) {
     return address != nullptr && dladdr(address, &info) != 0 ? info.dli_fname : "";
 }
 
+// Takes --machine=plain, wide or widest out of the arguments: kernels for less than the machine has.
+static void choose_machine(int& argc, char** argv) {
+    const char* const names[] = {"plain", "wide", "widest"};
+    const std::string option = "--machine=";
+    int kept = 0;
+    for (int i = 0; i < argc; ++i) {
+        if (argv[i] != option + names[0] && argv[i] != option + names[1] && argv[i] != option + names[2])
+            argv[kept++] = argv[i];
+        for (const orvel::machine_kind kind : {orvel::machine_plain, orvel::machine_wide, orvel::machine_widest})
+            if (argv[i] == option + names[kind])
+                orvel::use_machine(kind);
+    }
+    argc = kept;
+    benchmark::AddCustomContext("kernels", names[orvel::machine()]);
+}
+
 int main(int argc, char** argv) {
+    choose_machine(argc, argv);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return EXIT_FAILURE;
