@@ -223,7 +223,8 @@ tilt_state select_tilt(const tilt_problem& problem, r_hkl K_t, work_cal_int& wor
 void solve_tilt(const tilt_problem& problem, const char* bethe_word, const complex* phase,
                 tilt_state& state, work_cal_int& work) {
     dbg_mon("$$ construct_matrix\n");
-    construct_ug_mat_slct(state.nesel, state.nbsel, work.sel, problem.kv, problem.vg, work.Sg, work.beta_ge, work.a_matrix);
+    construct_ug_mat_slct(state.nesel, state.nbsel, work.sel, problem.kv, problem.vg, work.Sg, work.beta_ge,
+                          work.a_matrix);
     dbg_print_cmat(dbg.a_mat_dump_flag, "a_matrix:", state.nesel + state.nbsel, work.a_matrix);
 
     dbg_mon(bethe_word);
@@ -241,7 +242,8 @@ void solve_tilt(const tilt_problem& problem, const char* bethe_word, const compl
     limited_branch(epsilon.bc_accuracy, state.nesel, work.bc, state.n_branch, work.branch);
 }
 
-void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work, double t, complex* psi) {
+void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
+                     double t, complex* psi) {
     tilt_amplitudes(problem, state, work, 1, &t, psi);
 }
 
