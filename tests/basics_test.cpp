@@ -158,6 +158,7 @@ TEST(Matrices, ProductsAgreeWithDirectSums) {
         EXPECT_EQ(c_abs(s[0][i]), 0.0);
     c_matmult(n, n, 0, r, a, b);
     EXPECT_EQ(c_abs(r[2][2]), 0.0) << "an empty sum";
+    c_matmult(-9, -9, -9, nullptr, nullptr, nullptr); // nothing
     for (complex** matrix : {a, b, c, s, r})
         free_matrix(matrix);
 }

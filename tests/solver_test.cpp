@@ -4,6 +4,7 @@
 // matrix exponential that knows nothing of eigenvectors, and the symmetries that physics demands.
 #include <algorithm>
 #include <complex>
+#include <numeric>
 #include <random>
 #include <valarray>
 
@@ -188,6 +189,16 @@ TEST(Solver, HandWorkedNumbers) {
     EXPECT_NEAR(psi.im, 0.73970102, 1e-8);
     for (int pos : {-1, 1})
         EXPECT_EQ(psi_to_intensity_limited_ug(pos, 0, 1, 1, branch, -25, beta_sel, value, vectors, bc), 0.0) << pos;
+    std::vector<double> thickness(150); // more than are worked on at once
+    std::iota(thickness.begin(), thickness.end(), 900.0);
+    const int places[] = {1, 0};
+    std::vector<complex> many(2 * thickness.size(), {1, 1});
+    psi_of_beams(2, places, 150, thickness.data(), 1, 1, branch, -25, beta_sel, value, vectors, bc, many.data());
+    for (std::size_t t = 0; t < 150; ++t) {
+        const complex one = psi_limited_ug(0, thickness[t], 1, 1, branch, -25, beta_sel, value, vectors, bc);
+        EXPECT_LT(c_abs(c_sub(many[150 + t], one)), 1e-15) << t;
+        EXPECT_EQ(c_abs(many[t]), 0.0) << t;
+    }
 }
 
 // I_g = sin^2(pi t s_eff) / (1 + w^2), s_eff^2 = s^2 + 1/xi^2, w = s xi, along the surface normal:

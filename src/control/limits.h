@@ -17,7 +17,7 @@ constexpr int open_max = 16;            // files written at once: a job has up t
 constexpr int id_max = 32;              // name of a refinable value
 constexpr int expr_max = 260;           // first token of a value line: longer than any read
 constexpr int element_max = 8;          // element or ion name
-constexpr int stock_max = 1000;         // structure factors in a stock: its search is linear
+constexpr int stock_max = 1000;         // structure factors in a stock, equivalents included
 constexpr int layer_max = 100;          // Laue zones with limits of their own, from 0
 constexpr int index_max = 100000;       // Miller index of a search box: beyond it no crystal goes
 

@@ -161,14 +161,16 @@ complex calc_Fg_ela(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, 
 complex calc_Fg_inela(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
                       const bk_tbl* bk, double kv, lattice lat) {
     int flag;
-    return calc_fg(fg_inela, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, nullptr, bk, kv, lat, flag);
+    return calc_fg(fg_inela, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, nullptr, bk, kv, lat,
+                   flag);
 }
 
 complex calc_z_factor(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
                       const xdt_tbl* xdt, lattice lat) {
     int flag;
     const double no_kv = 0.0; // nuclear charges know no voltage
-    return calc_fg(fg_z, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, xdt, nullptr, no_kv, lat, flag);
+    return calc_fg(fg_z, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, xdt, nullptr, no_kv, lat,
+                   flag);
 }
 
 double calc_F_0_re(int num_sym_op, int num_site, const atom* sites, const bk_tbl* bk) {

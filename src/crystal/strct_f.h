@@ -147,7 +147,8 @@ void atom_multiplicity(int num_site, atom* sites, int num_sym_op, const sym_op* 
 
 // Positions of each site: counts[i] of them in positions[i][..] (num_sym_op columns), distinct ones
 // only unless epsilon.auto_multiplicity_off is 1.
-void newpos_sym_op(int num_site, const atom* sites, int* counts, r_uvw** positions, int num_sym_op, const sym_op* sym_ops);
+void newpos_sym_op(int num_site, const atom* sites, int* counts, r_uvw** positions,
+                   int num_sym_op, const sym_op* sym_ops);
 
 // Writes all generated positions into stem_aps.txt if dbg.atm_pos_out_flag is 1; the second writes
 // the contents.

@@ -147,7 +147,8 @@ void ov_potential_reim_proj(std::FILE* file, std::FILE* /*log*/, const char* ste
     input_density_proj_data(cond, crystal, file);
     complex* vg_coef = new_vector<complex>(to_size(cond.num_exact_beam + cond.num_bethe_beam));
     ov_fprintf(stdout, "Fourier coef. calculation....\n");
-    vgv_reim_csd(cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.kv, lattice_of(crystal), vg_coef);
+    vgv_reim_csd(cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.kv, lattice_of(crystal),
+                 vg_coef);
 
     std::FILE* table = open_map("_pp.txt", "Projected potential       ", stem);
     print_table_head("Projected potential", "pot.re[V]\tpot.im[V])", cond, table);

@@ -142,7 +142,8 @@ void calc_coherent_cbed_pattern(csd& crystal, sd& cond, complex** vg, const char
 
 // Script and one result file for each thickness: intensities of cond, or amplitudes
 // coherent_amp[reflection][thickness][tilt]. a .. gamma are the cell parameters.
-void sim_output(const sd& cond, double a, double b, double c, double alpha, double beta, double gamma, const char* stem);
+void sim_output(const sd& cond, double a, double b, double c, double alpha, double beta, double gamma,
+                const char* stem);
 void sim_coherent_output(const sd& cond, complex*** coherent_amp, double a, double b, double c,
                          double alpha, double beta, double gamma, const char* stem);
 
@@ -166,7 +167,8 @@ complex calc_bloch_state_func_ug(int j, r_uvw r, int n, const hkl* reflex_sel, r
                                  const double* beta_ge, const complex* const* eigen_vec);
 
 // The tilt of TFRINGE_MODE and its tables.
-void calc_tfringe_ug(const tilt_problem& problem, r_hkl K_t, int num_thickness, const double* thickness, const char* stem);
+void calc_tfringe_ug(const tilt_problem& problem, r_hkl K_t, int num_thickness, const double* thickness,
+                     const char* stem);
 
 // Frees the arrays of a job.
 void free_sd(sd& cond);

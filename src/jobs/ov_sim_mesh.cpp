@@ -76,7 +76,8 @@ complex** new_potential_matrix(const char* head, const sd& cond, csd& crystal, l
     const int N = cond.num_exact_beam + cond.num_bethe_beam;
     complex** vg = new_matrix<complex>(to_size(N), to_size(N));
     int err_flag;
-    potential_matrix_csd(cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.kv, lat, vg, err_flag);
+    potential_matrix_csd(cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.kv, lat, vg,
+                         err_flag);
     if (err_flag != 0)
         ov_fprintf_stdo(log, "$$ Error in Fg calc. You should check params.\n");
     debug_vg_dump(vg, N);

@@ -66,7 +66,8 @@ static void print_rows(const tilt_problem& problem, const tilt_state& state, con
     ov_fprintf(re_im, "\n");
 }
 
-void calc_tfringe_ug(const tilt_problem& problem, r_hkl K_t, int num_thickness, const double* thickness, const char* stem) {
+void calc_tfringe_ug(const tilt_problem& problem, r_hkl K_t, int num_thickness, const double* thickness,
+                     const char* stem) {
     char intensity_name[path_max], script_name[path_max], re_im_name[path_max];
     std::snprintf(intensity_name, path_max, "%s_int.txt", stem);
     std::snprintf(script_name, path_max, "%s.plt", stem);

@@ -8,9 +8,8 @@
 namespace orvel {
 
 elimination new_elimination(int rows, int columns, int steps, double smallest, bool inverting, int* perm) {
-    const int room = 4;
     return {rows, columns, steps, smallest, inverting, work_planes(slot_eliminated, rows, columns),
-            work_planes(slot_panels, steps + 1, rows + room), perm};
+            work_planes(slot_panels, steps + 1, rows), perm};
 }
 
 complex panel_element(const elimination& e, int i, int k) {

@@ -208,7 +208,8 @@ static inline void rotate_columns_of_group(planes h, int row, int begin, int las
         transpose(x_re[0], x_re[1], x_re[2], x_re[3]);
         transpose(x_im[0], x_im[1], x_im[2], x_im[3]);
         for (int k = 0; k < lanes; ++k) {
-            const cvec out = rotate_column(carry, {x_re[k], x_im[k]}, all(g[j + k].c_re, g[j + k].c_im), all(g[j + k].s));
+            const rotation& r = g[j + k];
+            const cvec out = rotate_column(carry, {x_re[k], x_im[k]}, all(r.c_re, r.c_im), all(r.s));
             x_re[k] = out.re;
             x_im[k] = out.im;
         }
@@ -264,7 +265,8 @@ void apply_sweeps_back(double* panel, int column, int num_sweeps, const sweep* s
     for (int k = num_sweeps - 1; k >= 0; --k) {
         const sweep& step = sweeps[k];
         if (step.first < column + panel_width)
-            rotate_up(panel, step.first, step.last, g + step.place, row_all(step.column_phase.re, step.column_phase.im));
+            rotate_up(panel, step.first, step.last, g + step.place,
+                      row_all(step.column_phase.re, step.column_phase.im));
     }
 }
 

@@ -62,7 +62,8 @@ static void control_overflow(double* panel, int i, int end, int c, double smalle
     }
 }
 
-void back_substitute(planes t, const complex* w, int n, int column, double replaced_difference, double smallest, double* panel) {
+void back_substitute(planes t, const complex* w, int n, int column, double replaced_difference, double smallest,
+                     double* panel) {
     const int end = column + panel_width < n ? column + panel_width : n;
     const double large = 1e7; // below the root of the inverse of a rounding
     row_part w_column = zero_row();

@@ -142,7 +142,8 @@ ORVEL_KERNEL(rotate_to_triangle, (planes h, int first, int last, rotation* g), (
 // Their inverses on columns first..last, which makes the triangular block a Hessenberg one again, and
 // a factor on the last column. Rows 0..last take part, and what a whole group of rows adds, below the
 // Hessenberg form.
-ORVEL_KERNEL(rotate_columns, (planes h, int first, int last, const rotation* g, complex phase), (h, first, last, g, phase))
+ORVEL_KERNEL(rotate_columns, (planes h, int first, int last, const rotation* g, complex phase),
+             (h, first, last, g, phase))
 
 // One QR sweep on rows first..last.
 struct sweep {
@@ -166,7 +167,8 @@ ORVEL_KERNEL(apply_sweeps_back, (double* panel, int column, int num_sweeps, cons
 // by an element so large that its inverse vanishes beside it, unless it is below smallest. Where two
 // eigenvalues are equal, their difference is replaced.
 ORVEL_KERNEL(back_substitute,
-             (planes t, const complex* w, int n, int column, double replaced_difference, double smallest, double* panel),
+             (planes t, const complex* w, int n, int column, double replaced_difference, double smallest,
+              double* panel),
              (t, w, n, column, replaced_difference, smallest, panel))
 
 // Rows first..last of a panel times phase, and then the reflections x += u (u^H x) / norm, the last one

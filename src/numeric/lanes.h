@@ -59,9 +59,13 @@ inline complex_lanes<V> add_conj_mul(complex_lanes<V> z, complex_lanes<V> a, com
 }
 // a b and conj(a) b
 template <class V>
-inline complex_lanes<V> mul(complex_lanes<V> a, complex_lanes<V> b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
+inline complex_lanes<V> mul(complex_lanes<V> a, complex_lanes<V> b) {
+    return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
+}
 template <class V>
-inline complex_lanes<V> conj_mul(complex_lanes<V> a, complex_lanes<V> b) { return {a.re * b.re + a.im * b.im, a.re * b.im - a.im * b.re}; }
+inline complex_lanes<V> conj_mul(complex_lanes<V> a, complex_lanes<V> b) {
+    return {a.re * b.re + a.im * b.im, a.re * b.im - a.im * b.re};
+}
 
 inline double sum_of(vec x) { return (x[0] + x[1]) + (x[2] + x[3]); }
 

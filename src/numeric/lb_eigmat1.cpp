@@ -63,11 +63,8 @@ static void eliminate(int n, double tol, complex** a, int* pivot, complex* m) {
             row_add(n - k, a[i] + k, m[i], a[k] + k);
         if (r != k)
             exchange_columns(n, r, k, a);
-        for (int i = 0; i < n; ++i) {
-            complex sum;
-            row_sums<1>(a + i, k + 1, n, 1, m, &sum);
-            a[i][k] = c_sub(a[i][k], sum);
-        }
+        for (int i = 0; i < n; ++i)
+            a[i][k] = c_sub(a[i][k], row_sum(k + 1, n, a[i], m));
     }
 }
 

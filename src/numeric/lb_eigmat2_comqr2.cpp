@@ -89,7 +89,8 @@ static qr_work begin_iteration(int n) {
 
 // Takes the reflections of corth out of h: their vectors stand below the subdiagonal, but for the
 // first elements, which are ortr, orti.
-static void read_reflections(int lo, int hi, const double* ortr, const double* orti, const complex* const* h, qr_work& w) {
+static void read_reflections(int lo, int hi, const double* ortr, const double* orti, const complex* const* h,
+                             qr_work& w) {
     for (int k = hi - 1; k > lo; --k) {
         const complex ort = {ortr[k + 1], orti[k + 1]};
         const complex below = h[k][k - 1];

@@ -25,9 +25,8 @@ static void load_exchanged(int n, const complex* const* a, int c, planes p) {
     const int m = n - 1;
     for (int i = 0; i < n; ++i) {
         const planes row = part(p, i, 0);
-        split_row(n, a[i == 0 ? m : i == m ? 0
-                                           : i],
-                  row.re, row.im);
+        const int from = i == m ? 0 : (i == 0 ? m : i);
+        split_row(n, a[from], row.re, row.im);
         std::swap(row.re[c], row.re[m]);
         std::swap(row.im[c], row.im[m]);
     }

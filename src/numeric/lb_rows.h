@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Row operations that the eigensolvers and inversions are made of. Each loop walks along rows of
+// Row operations that the eigensolvers are made of, on records. Each loop walks along rows of
 // row-major matrices, and each sum keeps the order of terms of its textbook form, so that results
 // agree with that form to rounding.
 #pragma once
@@ -14,51 +14,28 @@ namespace orvel {
 // compilers find no vectors of their own, gain a third by it.
 typedef double pair __attribute__((vector_size(16)));
 
-inline pair load(const complex* z) { return pair{z->re, z->im}; }
-inline void store(complex* z, pair x) { *z = {x[0], x[1]}; }
-inline pair exchanged(pair x) { return pair{x[1], x[0]}; }
-
-// y += f x and y += x f, for n elements that do not overlap. The two differ in rounding only: the
-// terms of the imaginary part are added in the order in which c_mul adds them.
+// y += f x, for n elements that do not overlap.
 inline void row_add(int n, complex* __restrict y, complex f, const complex* __restrict x) {
     for (int j = 0; j < n; ++j) {
         y[j].re = y[j].re + f.re * x[j].re - f.im * x[j].im;
         y[j].im = y[j].im + f.re * x[j].im + f.im * x[j].re;
     }
 }
-inline void row_add(int n, complex* __restrict y, const complex* __restrict x, complex f) {
-    for (int j = 0; j < n; ++j) {
-        y[j].re = y[j].re + x[j].re * f.re - x[j].im * f.im;
-        y[j].im = y[j].im + x[j].re * f.im + x[j].im * f.re;
-    }
-}
 
 // x *= f.
-inline void row_scale(int n, complex* x, complex f) {
-    for (int j = 0; j < n; ++j)
-        x[j] = c_mul(f, x[j]);
-}
 inline void row_scale(int n, complex* x, double f) {
     for (int j = 0; j < n; ++j)
         x[j] = {f * x[j].re, f * x[j].im};
 }
 
-// sum[r] = sum of x[j] row[r][j] for j = from, from + step ... before end, for R rows: several at
-// a time, since each sum waits for its last term.
-template <int R>
-inline void row_sums(complex* const* row, int from, int end, int step,
-                     const complex* x, complex* sum) {
-    pair s[R] = {};
-    for (int j = from; j != end; j += step) {
-        const double re = x[j].re;
+// Sum of x[j] row[j] for j = from .. end-1.
+inline complex row_sum(int from, int end, const complex* row, const complex* x) {
+    pair sum = {};
+    for (int j = from; j < end; ++j) {
         const pair im = {-x[j].im, x[j].im};
-        for (int r = 0; r < R; ++r) {
-            const pair element = load(row[r] + j);
-            s[r] = s[r] + re * element + im * exchanged(element);
-        }
+        sum = sum + x[j].re * pair{row[j].re, row[j].im} + im * pair{row[j].im, row[j].re};
     }
-    for (int r = 0; r < R; ++r)
-        store(sum + r, s[r]);
+    return {sum[0], sum[1]};
 }
 
 // Product of a row with an upper triangular matrix: for j = first .. n-1, sum[j] = sum over

@@ -17,7 +17,7 @@ enum machine_kind {
 // The widest kind that the running processor and this build offer.
 machine_kind best_machine();
 
-// The kind in use: the best one, until use_machine names another (tests compare the two). A kind that
+// The kind in use: the best one, until use_machine names another (tests compare them). A kind that
 // is not there is not taken.
 machine_kind machine();
 void use_machine(machine_kind kind);

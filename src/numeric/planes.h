@@ -10,11 +10,11 @@
 
 namespace orvel {
 
-// Doubles in a row of planes with n columns: whole panels, but no multiple of the distance at which
-// all rows would fall into the same few lines of the cache.
-inline std::size_t padded_columns(int n) {
+// Doubles in a row of planes with n columns and room for some more: whole panels, but no multiple of
+// the distance at which all rows would fall into the same few lines of the cache.
+inline std::size_t padded_columns(int n, std::size_t room = 0) {
     const std::size_t crowded = 64;
-    const std::size_t width = (to_size(n) + panel_width - 1) / panel_width * panel_width;
+    const std::size_t width = (to_size(n) + room + panel_width - 1) / panel_width * panel_width;
     return width % crowded == 0 ? width + panel_width : width;
 }
 

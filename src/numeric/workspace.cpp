@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "numeric/planes.h"
 #include "numeric/vecmat.h"
 
 namespace orvel {
@@ -16,7 +17,8 @@ struct block {
 
 static block blocks[slot_count];
 
-double* workspace(workspace_slot slot, std::size_t count) {
+// Room for count doubles, or null without memory; the block is then as before.
+static double* room_in(workspace_slot slot, std::size_t count) {
     constexpr std::size_t alignment = 64, doubles = alignment / sizeof(double);
     block& b = blocks[slot];
     if (b.data != nullptr && b.count >= count)
@@ -25,11 +27,18 @@ double* workspace(workspace_slot slot, std::size_t count) {
     const std::size_t grown = count > SIZE_MAX - doubles ? count : (count / doubles + 1) * doubles;
     const std::size_t bytes = size_product(grown, sizeof(double));
     double* data = bytes == SIZE_MAX ? nullptr : static_cast<double*>(std::aligned_alloc(alignment, bytes));
-    chk_vector(data);
+    if (data == nullptr)
+        return nullptr;
     std::copy(b.data, b.data + b.count, data);
     std::free(b.data);
     b = {data, grown};
     return data;
+}
+
+double* workspace(workspace_slot slot, std::size_t count) {
+    double* room = room_in(slot, count);
+    chk_vector(room);
+    return room;
 }
 
 complex* workspace_vector(workspace_slot slot, std::size_t count) {
@@ -39,7 +48,8 @@ complex* workspace_vector(workspace_slot slot, std::size_t count) {
 complex** workspace_matrix(workspace_slot slot, int rows, int columns) {
     constexpr std::size_t line = 8; // doubles and pointers in 64 bytes
     const std::size_t table = (to_size(rows) / line + 1) * line;
-    double* room = workspace(slot, table + size_product(2 * to_size(rows), to_size(columns)));
+    double* room = room_in(slot, table + size_product(2 * to_size(rows), to_size(columns)));
+    chk_matrix(room);
     complex** matrix = reinterpret_cast<complex**>(room);
     complex* data = reinterpret_cast<complex*>(room + table);
     for (int i = 0; i < rows; ++i)
@@ -47,24 +57,17 @@ complex** workspace_matrix(workspace_slot slot, int rows, int columns) {
     return matrix;
 }
 
-// Columns with room for a vector that begins at the last one, in whole cache lines; rows a multiple of 512
-// bytes apart would all fall into a few sets of the first cache.
-static int padded(int columns) {
-    const int room = 3, line = 8, sets = 64;
-    const int width = (columns + room + line - 1) / line * line;
-    return width % sets == 0 ? width + line : width;
-}
-
 planes work_planes(workspace_slot slot, int rows, int columns) {
-    const int ld = padded(columns);
-    const std::size_t plane = to_size(rows) * to_size(ld);
-    double* re = workspace(slot, 2 * plane);
-    return {re, re + plane, ld};
+    const std::size_t room = 3; // for a vector of four that begins at the last column
+    const std::size_t ld = padded_columns(columns, room);
+    const std::size_t plane = to_size(rows) * ld;
+    double* re = workspace(slot, size_product(2, plane));
+    return {re, re + plane, static_cast<std::ptrdiff_t>(ld)};
 }
 
 planes zero_planes(workspace_slot slot, int rows, int columns) {
     const planes p = work_planes(slot, rows, columns);
-    std::fill(p.re, p.im + rows * p.ld, 0.0);
+    std::fill(p.re, p.im + (p.im - p.re), 0.0); // the second plane follows the first
     return p;
 }
 

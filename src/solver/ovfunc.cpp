@@ -117,10 +117,9 @@ static factors beam_factors(int num_g, const int* pos, int n, int n_branch, cons
     return {p.re, p.im, p.ld, 1};
 }
 
-void psi_of_beams(int num_g, const int* pos, int num_thickness, const double* thickness, int n,
-                  int n_branch, const int* branch, double K_n, const double* beta_sel, const complex* eigen_val,
-                  const complex* const* eigen_vec, const complex* bc, complex* psi) {
-    const factors amplitude = beam_factors(num_g, pos, n, n_branch, branch, beta_sel, eigen_vec, bc);
+// wave[b][t] = the propagation of the branch in place b to thickness t.
+static planes propagations(int n_branch, const int* branch, int num_thickness, const double* thickness, double K_n,
+                           const complex* eigen_val) {
     const planes wave = work_planes(slot_b, n_branch, num_thickness);
     for (int b = 0; b < n_branch; ++b) {
         for (int t = 0; t < num_thickness; ++t) {
@@ -129,14 +128,26 @@ void psi_of_beams(int num_g, const int* pos, int num_thickness, const double* th
             *part(wave, b, t).im = w.im;
         }
     }
-    const planes sum = zero_planes(slot_c, num_g, num_thickness);
-    add_product(num_g, num_thickness, n_branch, sum, amplitude, wave);
-    for (int r = 0; r < num_g; ++r) {
-        complex* row = psi + to_size(r) * to_size(num_thickness);
-        if (pos[r] >= 0 && pos[r] < n)
-            join_row(num_thickness, part(sum, r, 0).re, part(sum, r, 0).im, row);
-        else
-            std::fill_n(row, num_thickness, complex{0.0, 0.0});
+    return wave;
+}
+
+void psi_of_beams(int num_g, const int* pos, int num_thickness, const double* thickness, int n,
+                  int n_branch, const int* branch, double K_n, const double* beta_sel, const complex* eigen_val,
+                  const complex* const* eigen_vec, const complex* bc, complex* psi) {
+    const factors amplitude = beam_factors(num_g, pos, n, n_branch, branch, beta_sel, eigen_vec, bc);
+    const int together = 64; // thicknesses, so that work space does not grow with their number
+    for (int first = 0, count; first < num_thickness; first += count) {
+        count = std::min(together, num_thickness - first);
+        const planes wave = propagations(n_branch, branch, count, thickness + first, K_n, eigen_val);
+        const planes sum = zero_planes(slot_c, num_g, count);
+        add_product(num_g, count, n_branch, sum, amplitude, wave);
+        for (int r = 0; r < num_g; ++r) {
+            complex* row = psi + to_size(r) * to_size(num_thickness) + first;
+            if (pos[r] >= 0 && pos[r] < n)
+                join_row(count, part(sum, r, 0).re, part(sum, r, 0).im, row);
+            else
+                std::fill_n(row, count, complex{0.0, 0.0});
+        }
     }
 }
 
@@ -223,7 +234,8 @@ tilt_state select_tilt(const tilt_problem& problem, r_hkl K_t, work_cal_int& wor
 void solve_tilt(const tilt_problem& problem, const char* bethe_word, const complex* phase,
                 tilt_state& state, work_cal_int& work) {
     dbg_mon("$$ construct_matrix\n");
-    construct_ug_mat_slct(state.nesel, state.nbsel, work.sel, problem.kv, problem.vg, work.Sg, work.beta_ge, work.a_matrix);
+    construct_ug_mat_slct(state.nesel, state.nbsel, work.sel, problem.kv, problem.vg, work.Sg, work.beta_ge,
+                          work.a_matrix);
     dbg_print_cmat(dbg.a_mat_dump_flag, "a_matrix:", state.nesel + state.nbsel, work.a_matrix);
 
     dbg_mon(bethe_word);
@@ -241,7 +253,8 @@ void solve_tilt(const tilt_problem& problem, const char* bethe_word, const compl
     limited_branch(epsilon.bc_accuracy, state.nesel, work.bc, state.n_branch, work.branch);
 }
 
-void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work, double t, complex* psi) {
+void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
+                     double t, complex* psi) {
     tilt_amplitudes(problem, state, work, 1, &t, psi);
 }
 

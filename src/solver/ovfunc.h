@@ -205,7 +205,8 @@ void solve_tilt(const tilt_problem& problem, const char* bethe_word, const compl
 
 // Amplitudes psi[r] of all output beams of a solved tilt at thickness t, angstrom; and psi[r][t] (one
 // block) for all thicknesses.
-void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work, double t, complex* psi);
+void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
+                     double t, complex* psi);
 void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
                      int num_thickness, const double* thickness, complex* psi);
 

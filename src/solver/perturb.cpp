@@ -71,7 +71,8 @@ void eigen_val_perturbation(const complex* eigen_val, const complex* const* eige
 // ---- with degenerate sets -------------------------------------------------------------------
 
 // Solves the block of B over the m members of a set, with their eigenvalues on the diagonal.
-static void solve_set(int m, const int* member, const complex* eigen_val, const complex* const* B, complex* p_eigen_val) {
+static void solve_set(int m, const int* member, const complex* eigen_val, const complex* const* B,
+                      complex* p_eigen_val) {
     complex** block = new_square(m);
     complex** block_vec = new_square(m);
     complex* block_val = new_vector<complex>(to_size(m));
@@ -114,7 +115,8 @@ static complex second_order(int j, int n, const complex* eigen_val, const comple
                             const int* marked) {
     complex sum = {0.0, 0.0};
     for (int k = 0; k < n; ++k) {
-        const bool same_set = marked[j] != 0 && marked[k] != 0 && near_equal(eigen_val[j], eigen_val[k], degeneracy_eps);
+        const bool same_set = marked[j] != 0 && marked[k] != 0 &&
+                              near_equal(eigen_val[j], eigen_val[k], degeneracy_eps);
         if (k != j && !same_set)
             sum = c_add(sum, c_div({c_norm(B[j][k]), 0.0}, c_sub(eigen_val[j], eigen_val[k])));
     }
