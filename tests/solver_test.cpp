@@ -191,9 +191,9 @@ TEST(Solver, HandWorkedNumbers) {
         EXPECT_EQ(psi_to_intensity_limited_ug(pos, 0, 1, 1, branch, -25, beta_sel, value, vectors, bc), 0.0) << pos;
     std::vector<double> thickness(150); // more than are worked on at once
     std::iota(thickness.begin(), thickness.end(), 900.0);
-    const int places[] = {1, 0};
+    const int out_pos[] = {1, 0};
     std::vector<complex> many(2 * thickness.size(), {1, 1});
-    psi_of_beams(2, places, 150, thickness.data(), 1, 1, branch, -25, beta_sel, value, vectors, bc, many.data());
+    psi_of_beams(2, out_pos, 150, thickness.data(), 1, 1, branch, -25, beta_sel, value, vectors, bc, many.data());
     for (std::size_t t = 0; t < 150; ++t) {
         const complex one = psi_limited_ug(0, thickness[t], 1, 1, branch, -25, beta_sel, value, vectors, bc);
         EXPECT_LT(c_abs(c_sub(many[150 + t], one)), 1e-15) << t;
