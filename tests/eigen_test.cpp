@@ -550,6 +550,7 @@ TEST_P(OnEveryMachine, EndsOnAnyInput) {
                     a.data[to_size(place)].im = value;
                     a.data[to_size(15 - place)].re = value;
                     solve(1, a, tolerance);
+                    solve(0, family("identity", 4), tolerance);
                     solve(0, a, tolerance);
                 };
                 const outcome o = run_child(both, 20);
@@ -569,6 +570,9 @@ TEST(EigenCMat, EigenvaluesAloneAndEqualOnes) {
     std::sort(alone.begin(), alone.end(), [](complex x, complex y) { return x.re < y.re; });
     for (std::size_t j = 0; j < 6; ++j)
         EXPECT_LT(std::abs(plain(with[j]) - plain(alone[j])), 1e-12);
+    square c = random_square(6, 9);
+    EXPECT_EQ(eigen_c_mat(6, 1e-13, 2, c.table(), with.data(), v.table()), 0);
+    EXPECT_TRUE(std::is_sorted(with.rbegin(), with.rend(), [](complex x, complex y) { return c_norm(x) < c_norm(y); }));
     // Two equal eigenvalues: the denominator is the tolerance, 5e-8, so the vector is (1, 5e-8).
     const square equal = matrix_2({4, 0}, {1, 0}, {0, 0}, {4, 0});
     EXPECT_NEAR(solve(1, equal, 1e-8).v(1, 1).real(), 5e-8, 1e-15);

@@ -48,28 +48,6 @@ TEST(Inverse, RandomMatrices) {
     }
 }
 
-TEST(Inverse, PermutationsAndDiagonalsAreExact) {
-    std::vector<int> column = {0, 1, 2, 3};
-    do {
-        square a(4);
-        for (int i = 0; i < 4; ++i)
-            a.at(i, column[to_size(i)]) = {0.0, std::ldexp(1.0, i)};
-        square inverted = a;
-        EXPECT_EQ(inv_c_mat(4, 1e-8, inverted.table()), 0);
-        std::vector<complex> x(4);
-        int info = -1;
-        inverse(4, a.table(), x.data(), 1e-8, info);
-        EXPECT_EQ(info, 0);
-        for (int i = 0; i < 4; ++i) {
-            for (int j = 0; j < 4; ++j) {
-                const double element = column[to_size(j)] == i ? -std::ldexp(1.0, -j) : 0.0;
-                EXPECT_EQ(inverted(i, j), number(0.0, element));
-            }
-            EXPECT_EQ(plain(x[to_size(i)]), inverted(i, 0));
-        }
-    } while (std::next_permutation(column.begin(), column.end()));
-}
-
 // Without a pivot the matrix stays half transformed, and the caller goes on with what stands.
 TEST(Inverse, WhatStandsWithoutAPivot) {
     const struct {

@@ -173,6 +173,7 @@ TEST(Fields, ValueLines) {
         {"7 -1 c0\n", -1, "c0", 0, -1, "7"},
         {"7 2 " + long_id + "\n", 2, long_id.substr(0, 31), 7, -1, "7"},
         {"\n", 0, "", 0, -1, "\n"},
+        {" ,", 0, "", 0, -1, ""},
     };
     int generated = -1;
     for (const auto& c : cases) {
@@ -250,6 +251,9 @@ TEST(Ends, MessagesStreamsStatus) {
         {"", [](std::FILE*) { fopen_chk_rmode("no/a"); }, "", "$$ (fopen_chk_rmode)" + no_file},
         {"", [](std::FILE*) { fopen_chk_wmode("no/a"); }, "", "$$ (fopen_chk_wmode)" + no_file},
         {"", [](std::FILE*) { ov_fopen_chk_wmode("no/a"); }, "", "$$" + no_file},
+        {"", [](std::FILE*) { ov_fopen_chk_wmode((std::string(path_max, '/') + "dev/null").c_str()); }, "",
+         "$$ Cannot open " + std::string(path_max, '/') + "dev/null. Abort.\n"},
+        {"", [](std::FILE*) { for (int i = 0; i <= open_max; ++i) ov_fopen_chk_wmode("/dev/null"); }, "", "$$ Cannot open /dev/null. Abort.\n"},
         {"", [](std::FILE*) { ov_error_exit(stdout, "%d%s", 7, "x"); }, "$$error: 7x\n", ""},
         {"", [](std::FILE*) { error_exit(stderr, "%d%s", 7, "x"); }, "", "$$ERROR: 7x\n"},
     };

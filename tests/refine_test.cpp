@@ -301,6 +301,14 @@ TEST(Cycle, SearchedBeamsAreThoseOfAManualListAndTheConsoleTellsAll) {
     testing::internal::CaptureStdout();
     auto_ed_beams(s, found.cr);
     EXPECT_TRUE(begins_with(testing::internal::GetCapturedStdout(), "Beam search (sg) ... $$ Exact = "));
+    fed copy;
+    alloc_ed(s.beam_search, 0, 2, 1, copy);
+    cpy_fed(1, &s, &copy);
+    EXPECT_EQ(copy.reflex_sel, nullptr);
+    free_ed(copy);
+    fed by_w = s;
+    by_w.beam_search.flag_bs = 1;
+    EXPECT_TRUE(begins_with(run_child([&] { auto_ed_beams(by_w, found.cr); }).out, "Beam search (wg) ... $$ Exact = "));
     string list = "0\n" + std::to_string(s.num_exact_beam) + " " + std::to_string(s.num_bethe_beam) + "\n";
     for (int i = 0; i < s.num_exact_beam + s.num_bethe_beam; ++i)
         list += std::to_string(s.reflex_sel[i].h) + " " + std::to_string(s.reflex_sel[i].k) + " " + std::to_string(s.reflex_sel[i].l) + "\n";

@@ -385,6 +385,9 @@ TEST(SolverJobs, BlochWaveAtAPoint) {
     const orvel::complex B = orvel::calc_bloch_state_func_ug(1, {0.5, 0.25, 0}, 2, beams, {0.25, 0, 7}, beta, C);
     EXPECT_NEAR(B.re, std::sqrt(2.0), 1e-14);
     EXPECT_NEAR(B.im, std::sqrt(2.0), 1e-14);
+    const orvel::complex V = orvel::calc_projpot({0.5, 0.25, 0}, 2, beams, C); // 9 + 9 i of both: times 1 + i
+    EXPECT_NEAR(V.re, 0, 1e-14);
+    EXPECT_NEAR(V.im, 18, 1e-14);
 }
 
 // One atom at (5/16, 3/16) of a projected cell of 4 x 5 angstrom, no absorption: F(g) = F exp(-2 pi i g r). The

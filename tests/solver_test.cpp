@@ -381,9 +381,16 @@ TEST(Solver, BetheReductions) {
         a[1][1] = {1e-9, 0};
         g_bethe(1, 1, a, b);
         std::printf("%g\n", b[0][0].re);
+        a[1][1] = {2, 0}; // no tolerance, no inverse: the matrix itself
+        epsilon.inv_eps = 0;
+        g_bethe(1, 1, a, b);
+        std::printf("%g\n", b[0][0].re);
+        epsilon.invmat_func = 1;
+        g_bethe(1, 1, a, b);
     });
     const std::string trace = "$$ invmat: Numpack inv_c_mat()\n", anomalous = "$$ Anomalous termination in inv_c_mat.\n";
-    EXPECT_EQ(end.out, trace + anomalous + "$$ (invmat): inv_c_mat = 1\n-9\n" + trace + anomalous + "10\n");
+    EXPECT_EQ(end.out, trace + anomalous + "$$ (invmat): inv_c_mat = 1\n-9\n" + trace + anomalous + "10\n" + trace +
+                           "$$ (inv_c_mat) invalid n or epsilon.\n$$ (invmat): inv_c_mat = 30000\n4\n$$ Invalid epsilon.invmat_func=1. Abort.\n");
     free_matrix(a);
     free_matrix(b);
 }

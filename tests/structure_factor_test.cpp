@@ -176,7 +176,7 @@ TEST(AtomicFactors, Files) {
         const std::string& message;
         std::vector<std::string> tables;
     } cases[] = {
-        {bad, {"", dts, dts + "GMS2\n", head + entry, head + "X", head + replaced(entry, "7 8", "7"), head + other + "X\r\n1 2\r\n"}},
+        {bad, {"", dts, dts + "GMS2\n", replaced(head, "DTS", "SDT") + entry, head + entry, head + "X", head + replaced(entry, "7 8", "7"), head + other + "X\r\n1 2\r\n"}},
         {unknown, {head, head + other, head + "x\n"}},
     };
     for (const auto& c : cases) {
