@@ -77,8 +77,7 @@ TEST(Complex, AgreesWithTheStandardLibrary) {
             {"polar", {c_abs(a), c_arg(a)}, {std::abs(std_of(a)), std::arg(std_of(a))}},
         };
         for (const auto& c : cases)
-            EXPECT_LT(std::abs(std_of(c.got) - c.wanted), 4e-15 * (1 + std::abs(c.wanted)))
-                << c.name;
+            EXPECT_LT(std::abs(std_of(c.got) - c.wanted), 4e-15 * (1 + std::abs(c.wanted))) << c.name;
     }
 }
 

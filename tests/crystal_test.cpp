@@ -29,7 +29,7 @@ TEST(Symmetry, Operations) {
                  {"X-Y, -X+Y ,Z+1/3", {{1, -1, 0, 0}, {-1, 1, 0, 0}, {0, 0, 1, 1.0 / 3}}},
                  {"1/2-X,Y+3/4,Z-1/4", {{-1, 0, 0, 0.5}, {0, 1, 0, 0.75}, {0, 0, 1, 0.25}}}, // no sign of a translation
                  {"/2X,Y+/2,Z", {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}}},
-                 {"-X-Y,- Z,x", {{-1, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 0}}}};               // nor a second minus is read
+                 {"-X-Y,- Z,x", {{-1, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 0}}}}; // nor a second minus is read
     for (const auto& c : cases) {
         std::string line = c.line;
         const sym_op op = decode_sym_op(line.data()), inverse = inv_sym_op(op);

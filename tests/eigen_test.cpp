@@ -446,8 +446,7 @@ TEST(EigenSorts, OrderAndTies) {
         if (c.name == std::string("chain"))
             sort_eigval_eigvec(n, w.data(), v.table());
         else
-            (c.name == std::string("real") ? re_part_csort : norm_csort)(n, w.data(), v.table(),
-                                                                         c.flag);
+            (c.name == std::string("real") ? re_part_csort : norm_csort)(n, w.data(), v.table(), c.flag);
         for (int j = 0; j < n; ++j) {
             const int from = c.from[to_size(j)];
             EXPECT_EQ(plain(w[to_size(j)]), plain(c.values[to_size(from)])) << c.name << j;

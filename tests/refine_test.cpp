@@ -168,6 +168,20 @@ TEST(Perturbation, ComplexLevelsOfEqualRealPartDoNotMix) {
         free_matrix(m);
 }
 
+// Two pairs: beyond its own block each level feels both of the other pair, e^2/3 for each.
+TEST(Perturbation, TwoPairs) {
+    const double e = 0.01;
+    const complex val[4] = {{5, 0}, {5, 0}, {2, 0}, {2, 0}};
+    complex **C = new_matrix<complex>(4, 4), **D = new_matrix<complex>(4, 4), **p_vec = new_matrix<complex>(4, 4), p_val[4];
+    for (int i = 0; i < 16; ++i)
+        (i % 5 == 0 ? C : D)[i / 4][i % 4].re = i % 5 == 0 ? 1 : e;
+    perturb(val, C, 4, D, 1e-8, p_val, p_vec);
+    for (int j = 0; j < 4; ++j)
+        EXPECT_NEAR(p_val[j].re, val[j].re + (j % 2 == 0 ? e : -e) + (j < 2 ? 2 : -2) * e * e / 3, 1e-12) << j;
+    for (complex** m : {C, D, p_vec})
+        free_matrix(m);
+}
+
 // ---- the cycle ------------------------------------------------------------------------------
 
 typedef std::vector<std::vector<double>> jacobian;
