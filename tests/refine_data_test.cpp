@@ -102,6 +102,9 @@ TEST(Readers, MeasuredPointsStandOnTheirSquare) {
                     v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9], outside);
     EXPECT_EQ(std::vector<double>({v[0], v[2], v[3], v[7]}), std::vector<double>({0, 3320 - 25 * 2, 0, 1})); // on the bound: none beyond
     EXPECT_EQ(outside, 0);
+    find_mat_ii_obs(e.obs_h_min, e.obs_g_max, 81, 9, e.obs_h_min, e.obs_h_max, e.obs_g_min, e.obs_g_max, e.obs_pixel, e.obs_raw[1][0], e.sig_raw[1][0],
+                    v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9], outside);
+    EXPECT_EQ(std::vector<double>({v[1], v[2], v[4], v[8]}), std::vector<double>({0, 3000 - 25 * 8, 0, 1}));
 
     // One pixel between the points (2, 3), (3, 3), (2, 4), (3, 4) of a plane, of sigmas of a plane, once shifted there.
     double sig[81], obs_at, sig_at;
@@ -452,6 +455,8 @@ TEST(RefineFaults, EachMessageOnce) {
         {[&] { f.cr.num_lofg = 1; f.cr.lof_type = 6; list_csd_values(f.cr); }, "$$ Invalid lof_type 6. Abort.\n", ""},
         {[&] { f.cr.num_lofg = 1; f.cr.lof_type = 5; search_csd_fed(0, f.cr, 1, f.sets); }, "$$error: lof_type=5 not available\n", ""},
         {[&] { f.cr.num_lofg = 1; f.cr.lof_type = 0; search_csd_fed(0, f.cr, 1, f.sets); }, "$$error: (fget_low_g_cst) invalid lof_type(=0)\n", ""},
+        {[&] { work_cal_int w; calc_intensity_ug_coherent({}, 0, {}, {}, 0, 0, nullptr, nullptr, 1, nullptr, 0, nullptr, 0, nullptr, 0, {}, {}, {}, 0, 0, 0, nullptr, nullptr, w); },
+         "$$error: perturbation is not available in coherent mode.\n", ""},
         {[&] { search_csd_fed(5, f.cr, 1, f.sets); }, "$$error: (search_csd_fed) invalid ntp=5\n", ""},
         {[&] { val_search_fed("nobody", 1, f.sets); }, "$$error: (val_search_fed) constraint nobody not found\n", ""},
         {[&] { f.sets[0].kv_fitpar.idx = kind_rst; count_num_fitpar(f.cr, 1, f.sets, n, n, n, n); }, "$$ Restraint width of " + string(f.sets[0].kv_fitpar.id) + " is 0. Abort.\n", ""},
