@@ -17,6 +17,7 @@
 #include "numeric/complex.h"
 #include "numeric/data_out.h"
 #include "numeric/vecmat.h"
+#include "numeric/workspace.h"
 #include "test_util.h"
 
 using namespace orvel;
@@ -76,8 +77,7 @@ TEST(Complex, AgreesWithTheStandardLibrary) {
             {"polar", {c_abs(a), c_arg(a)}, {std::abs(std_of(a)), std::arg(std_of(a))}},
         };
         for (const auto& c : cases)
-            EXPECT_LT(std::abs(std_of(c.got) - c.wanted), 4e-15 * (1 + std::abs(c.wanted)))
-                << c.name;
+            EXPECT_LT(std::abs(std_of(c.got) - c.wanted), 4e-15 * (1 + std::abs(c.wanted))) << c.name;
     }
 }
 
@@ -110,6 +110,7 @@ TEST(Shapes, WithoutMemoryTheRunEnds) {
     EXPECT_EQ(mmalloc(much, much), nullptr);
     EXPECT_EQ(mmmalloc(2, much, much), nullptr);
     EXPECT_EQ(mmmmalloc(2, 2, much, much), nullptr);
+    EXPECT_EQ(run_child([] { workspace(slot_a, SIZE_MAX); }).err, "Not enough memory for vector.\n");
     const struct {
         void (*check)(const void*);
         const char* message;

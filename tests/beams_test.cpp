@@ -303,6 +303,8 @@ TEST(Beams, Faults) {
             EXPECT_EQ(end.status, 1) << search;
         }
     }
+    for (const lattice& lat : {bravai(1e6, 1, 1, 90, 90, 90), bravai(1, 1e6, 1, 90, 90, 90), bravai(1, 1, 1e6, 90, 90, 90)})
+        expect_faults({{[&] { int h, k, l; evaluate_hklmax(1.5, h, k, l, lat); }, "$$ Invalid g_max(=1.5). Abort.\n", ""}});
     std::filesystem::create_directory("a_fg0.txt");
     EXPECT_EQ(run_search("0\n1 0\n0 0 0\n").err, "$$ Cannot open a_fg0.txt. Abort.\n");
 }

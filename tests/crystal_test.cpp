@@ -28,7 +28,8 @@ TEST(Symmetry, Operations) {
     } cases[] = {{"X,Y,Z\n", {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}}},
                  {"X-Y, -X+Y ,Z+1/3", {{1, -1, 0, 0}, {-1, 1, 0, 0}, {0, 0, 1, 1.0 / 3}}},
                  {"1/2-X,Y+3/4,Z-1/4", {{-1, 0, 0, 0.5}, {0, 1, 0, 0.75}, {0, 0, 1, 0.25}}}, // no sign of a translation
-                 {"-X-Y,- Z,x", {{-1, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 0}}}};               // nor a second minus is read
+                 {"/2X,Y+/2,Z", {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}}},
+                 {"-X-Y,- Z,x", {{-1, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 0}}}}; // nor a second minus is read
     for (const auto& c : cases) {
         std::string line = c.line;
         const sym_op op = decode_sym_op(line.data()), inverse = inv_sym_op(op);
@@ -102,9 +103,9 @@ TEST(Symmetry, TableFaults) {
         std::string out, err;
         std::vector<const char*> tables;
     } cases[] = {
-        {none, "", {"", "1 0 2 1 P\nX,Y,Z\n", "2000000000 0 2 1 P\n1 0 1 1 P\nX,Y,Z\n"}},
+        {none, "", {"", "1 0 2 1 P\nX,Y,Z\n", "1 0 1 1\nX,Y,Z\n", "2000000000 0 2 1 P\n1 0 1 1 P\nX,Y,Z\n"}},
         {"", "Invalid lattice type in space-group table.\n", {"1 0 1 1 p\nX,Y,Z\n"}},
-        {bad, "", {"0 0 1 1 P\n", "2 0 1 1 P\nX,Y,Z\n", "1 0 1 1 P\nX,Y\n", "1 0 1 1 P\nX,Y,Z+1/0\n"}},
+        {bad, "", {"0 0 1 1 P\n", "2 0 1 1 P\nX,Y,Z\n", "1 0 1 1 P\nX,Y\n", "1 0 1 1 P\nX,Y,Z+1/0\n", "1 0 1 1 P\nX,Y,Z+1/Y\n"}},
     };
     const auto read = [] { crystal c(crystal_text("1\n", {})); };
     for (const auto& c : cases) {
@@ -287,6 +288,10 @@ TEST(Constraints, Expressions) {
         for (const char* expr : e.exprs)
             EXPECT_NEAR(constraint_value_csd(expr, c), e.value, 1e-12) << expr;
 
+    for (const char* type : {"1", "2", "3", "4"}) { // both values of a reflection of each kind
+        crystal low(crystal_text(cell, {iso_site}, std::string("1\n") + type + "\n1 0 0\n2 FIX p\n3 FIX q\n"));
+        EXPECT_EQ(constraint_value_csd("p-q*10", low), -28) << type;
+    }
     const std::string t256(256, 't'), missing = "$$error: $$ (val_search_csd) constraint ";
     const auto value = [&](std::string expr) { return [&c, expr] { constraint_value_csd(expr.c_str(), c); }; };
     const auto search = [&](int type) { return [&c, type] { c.lof_type = type; val_search_csd("q", c); }; };

@@ -110,8 +110,7 @@ TEST_F(data_tables, reflectionConditions) {
         const double noise = g.hex == 1 ? 1e-5 : 1e-11; // seven-digit thirds in R groups
         for (int i = 0; i < 15 * 15 * 8; ++i) {
             const int h = i % 15 - 7, k = i / 15 % 15 - 7, l = i / 225;
-            const complex f = calc_structure_factor_ph(h, k, l, 0, g.num_ops, g.ops.data(), 1,
-                                                       &site, &one, &zero);
+            const complex f = calc_structure_factor_ph(h, k, l, 0, g.num_ops, g.ops.data(), 1, &site, &one, &zero);
             ASSERT_EQ(std::hypot(f.re, f.im) > noise * g.num_ops, rule.present(h, k, l))
                 << rule.number << ": " << h << ' ' << k << ' ' << l;
         }
@@ -130,12 +129,10 @@ TEST_F(data_tables, everyRowSumsToItsElectrons) {
         const std::size_t digit = name.find_first_of("0123456789");
         const int size = digit == std::string::npos ? 1 : name[digit] - '0';
         const int charge = size * ((name.back() == '+') - (name.back() == '-'));
-        EXPECT_NEAR(x.a1 + x.a2 + x.a3 + x.a4 + x.c, x.z - charge, charge == 0 ? 0.059 : 0.028)
-            << name;
+        EXPECT_NEAR(x.a1 + x.a2 + x.a3 + x.a4 + x.c, x.z - charge, charge == 0 ? 0.059 : 0.028) << name;
         // where the charge of an ion is no longer felt, both tables have one elastic factor
         const bk_tbl bk = read_atom_dat_table(name.c_str());
-        EXPECT_NEAR(1000 * atomsf_xdt(1, x) / cub_int_2(1, bk_num_s, bk.dts, bk.dt), 1, 0.01)
-            << name;
+        EXPECT_NEAR(1000 * atomsf_xdt(1, x) / cub_int_2(1, bk_num_s, bk.dts, bk.dt), 1, 0.01) << name;
         ++names;
     }
     EXPECT_EQ(names, 226);

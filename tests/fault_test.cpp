@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "control/ov_mpi.h"
 #include "job_util.h"
 
 using namespace orvel_test;
@@ -89,6 +90,29 @@ TEST(Fault, AnythingThatCannotBeWritten) {
             EXPECT_TRUE(fs::exists(name) && fs::is_empty(name) == (name == "b")) << name << " of " << c.command;
         EXPECT_TRUE(c.name == "a_log.txt" || !fs::exists("a_log.txt") || !contains(read_file("a_log.txt"), "See you"));
     }
+}
+
+// A file server may tell of a full disk when a file is closed, be it the log; an error told earlier is kept.
+TEST(Fault, ToldLate) {
+    const table_dir dir;
+    for (const bool kept : {false, true}) {
+        const outcome end = run_child([&] {
+            std::FILE* file = orvel::ov_fopen_wmode("late");
+            if (kept)
+                orvel::ov_keep(file);
+            close(fileno(file));
+            orvel::ov_fclose(file);
+        });
+        EXPECT_EQ(end.err, "$$ Cannot write late. Abort.\n");
+        EXPECT_FALSE(fs::exists("late")) << kept;
+    }
+    const outcome early = run_child([] {
+        std::FILE* file = orvel::ov_fopen_wmode("/dev/full");
+        std::setvbuf(file, nullptr, _IONBF, 0);
+        std::fputc('x', file);
+        orvel::ov_fclose(file);
+    });
+    EXPECT_EQ(early.err, "$$ Cannot write /dev/full. Abort.\n");
 }
 
 // A run whose console is a pipe is left alone until its first percentage shows there; then what comes to

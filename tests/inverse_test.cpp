@@ -17,7 +17,6 @@
 using namespace orvel;
 using namespace orvel_test;
 
-static const double ulp = std::numeric_limits<double>::epsilon();
 static const double nan_value = std::numeric_limits<double>::quiet_NaN();
 
 static square matrix_of(int n, const std::vector<double>& real_elements) {
@@ -25,49 +24,6 @@ static square matrix_of(int n, const std::vector<double>& real_elements) {
     for (std::size_t i = 0; i < a.data.size(); ++i)
         a.data[i] = {real_elements[i], 0.0};
     return a;
-}
-
-TEST(Inverse, RandomMatrices) {
-    for (const int n : {1, 2, 3, 4, 5, 8, 13, 50, 150}) {
-        SCOPED_TRACE(n);
-        square a = random_square(n, unsigned(n));
-        if (n == 5) // the largest element of the first row in the last column
-            a.at(0, 4) = {3.0, 0.0};
-        square inverted = a, destroyed = a;
-        ASSERT_EQ(inv_c_mat(n, 1e-8, inverted.table()), 0);
-        const double scale = norm_of(a) * norm_of(inverted) * ulp;
-        for (int i = 0; i < n; ++i)
-            for (int j = 0; j < n; ++j)
-                EXPECT_LT(std::abs(product(a, inverted, i, j) - (i == j ? 1.0 : 0.0)), scale);
-        std::vector<complex> x(to_size(n));
-        int info = -1;
-        inverse(n, destroyed.table(), x.data(), 1e-8, info);
-        EXPECT_EQ(info, 0);
-        for (int i = 0; i < n; ++i)
-            EXPECT_LT(std::abs(plain(x[to_size(i)]) - inverted(i, 0)), scale * norm_of(inverted));
-    }
-}
-
-TEST(Inverse, PermutationsAndDiagonalsAreExact) {
-    std::vector<int> column = {0, 1, 2, 3};
-    do {
-        square a(4);
-        for (int i = 0; i < 4; ++i)
-            a.at(i, column[to_size(i)]) = {0.0, std::ldexp(1.0, i)};
-        square inverted = a;
-        EXPECT_EQ(inv_c_mat(4, 1e-8, inverted.table()), 0);
-        std::vector<complex> x(4);
-        int info = -1;
-        inverse(4, a.table(), x.data(), 1e-8, info);
-        EXPECT_EQ(info, 0);
-        for (int i = 0; i < 4; ++i) {
-            for (int j = 0; j < 4; ++j) {
-                const double element = column[to_size(j)] == i ? -std::ldexp(1.0, -j) : 0.0;
-                EXPECT_EQ(inverted(i, j), number(0.0, element));
-            }
-            EXPECT_EQ(plain(x[to_size(i)]), inverted(i, 0));
-        }
-    } while (std::next_permutation(column.begin(), column.end()));
 }
 
 // Without a pivot the matrix stays half transformed, and the caller goes on with what stands.
@@ -313,7 +269,9 @@ TEST(Inverse, AgreesWithThePlainForm) {
     std::vector<int> ends(41);
     testing::internal::CaptureStdout();
     for (int trial = 0; trial < 3000; ++trial) {
-        const int n = trial % 300 == 299 ? 70 + trial % 7 : 1 + trial % 40, kind = trial / 40 % 6;
+        const int n = trial == 0 ? 150 : trial % 300 == 299 ? 70 + trial % 7
+                                                            : 1 + trial % 40,
+                  kind = trial / 40 % 6;
         const double tolerance = trial % 3 != 0 ? 1e-8 : std::pow(10.0, 1.5 * value(random));
         const square a = matrix_of_kind(kind, n, random);
         square moved = a;
@@ -331,6 +289,12 @@ TEST(Inverse, AgreesWithThePlainForm) {
                 use_machine(machine);
                 const result got = run_fast(a, tolerance);
                 const double limit = distance(wanted, nearby) * 4 + 1e-14;
+                for (int i = 0; i < n && kind == 0 && tolerance == 1e-8; ++i) { // the first column of A times its inverse
+                    number sum = 0.0;
+                    for (int k = 0; k < n; ++k)
+                        sum += a(i, k) * got.left[to_size(column ? k : k * n)];
+                    EXPECT_LT(std::abs(sum - (i == 0 ? 1.0 : 0.0)), 1e-9) << trial;
+                }
                 EXPECT_TRUE(got.code == wanted.code || wanted.code != nearby.code) << trial;
                 EXPECT_TRUE(!(distance(wanted, got) > limit))
                     << trial << " " << column << " " << n << " " << kind << " " << distance(wanted, got) << " " << limit;

@@ -173,6 +173,7 @@ TEST(Fields, ValueLines) {
         {"7 -1 c0\n", -1, "c0", 0, -1, "7"},
         {"7 2 " + long_id + "\n", 2, long_id.substr(0, 31), 7, -1, "7"},
         {"\n", 0, "", 0, -1, "\n"},
+        {" ,", 0, "", 0, -1, ""},
     };
     int generated = -1;
     for (const auto& c : cases) {
@@ -250,6 +251,9 @@ TEST(Ends, MessagesStreamsStatus) {
         {"", [](std::FILE*) { fopen_chk_rmode("no/a"); }, "", "$$ (fopen_chk_rmode)" + no_file},
         {"", [](std::FILE*) { fopen_chk_wmode("no/a"); }, "", "$$ (fopen_chk_wmode)" + no_file},
         {"", [](std::FILE*) { ov_fopen_chk_wmode("no/a"); }, "", "$$" + no_file},
+        {"", [](std::FILE*) { ov_fopen_chk_wmode((std::string(path_max, '/') + "dev/null").c_str()); }, "",
+         "$$ Cannot open " + std::string(path_max, '/') + "dev/null. Abort.\n"},
+        {"", [](std::FILE*) { for (int i = 0; i <= open_max; ++i) ov_fopen_chk_wmode("/dev/null"); }, "", "$$ Cannot open /dev/null. Abort.\n"},
         {"", [](std::FILE*) { ov_error_exit(stdout, "%d%s", 7, "x"); }, "$$error: 7x\n", ""},
         {"", [](std::FILE*) { error_exit(stderr, "%d%s", 7, "x"); }, "", "$$ERROR: 7x\n"},
     };
@@ -287,35 +291,26 @@ static setting setting_of(const char* name, double (*value)(), double standard) 
     #field, [] { return 0.0 + field; }, standard)
 
 static const std::vector<setting> flags = {
-    SETTING(dbg.eigval_dump_flag, 0), SETTING(dbg.eigvec_dump_flag, 0),
-    SETTING(dbg.sg_dump_flag, 0), SETTING(dbg.betag_dump_flag, 0),
-    SETTING(dbg.reflex_dump_flag, 0), SETTING(dbg.reflex_only_flag, 0),
-    SETTING(dbg.vg_dump_flag, 0), SETTING(dbg.a_mat_dump_flag, 0),
-    SETTING(dbg.b_mat_dump_flag, 0), SETTING(dbg.b_cond_dump_flag, 0),
-    SETTING(dbg.bc_chk_flag, 0), SETTING(dbg.all_int_out_flag, 0),
-    SETTING(dbg.covar_dump_flag, 0), SETTING(dbg.alpha_dump_flag, 0),
-    SETTING(dbg.beta_dump_flag, 0), SETTING(dbg.obs_cal_dump_flag, 0),
-    SETTING(dbg.ideal_cr_cal_flag, 0), SETTING(dbg.atm_pos_out_flag, 0),
-    SETTING(dbg.vg_sel_chk_flag, 0), SETTING(dbg.process_mon_flag, 0),
-    SETTING(dbg.wg_xig_list_flag, 0), SETTING(dbg.chk_data_dump_flag, 0),
-    SETTING(dbg.print_bij_flag, 1)};
+    SETTING(dbg.eigval_dump_flag, 0), SETTING(dbg.eigvec_dump_flag, 0), SETTING(dbg.sg_dump_flag, 0),
+    SETTING(dbg.betag_dump_flag, 0), SETTING(dbg.reflex_dump_flag, 0), SETTING(dbg.reflex_only_flag, 0),
+    SETTING(dbg.vg_dump_flag, 0), SETTING(dbg.a_mat_dump_flag, 0), SETTING(dbg.b_mat_dump_flag, 0),
+    SETTING(dbg.b_cond_dump_flag, 0), SETTING(dbg.bc_chk_flag, 0), SETTING(dbg.all_int_out_flag, 0),
+    SETTING(dbg.covar_dump_flag, 0), SETTING(dbg.alpha_dump_flag, 0), SETTING(dbg.beta_dump_flag, 0),
+    SETTING(dbg.obs_cal_dump_flag, 0), SETTING(dbg.ideal_cr_cal_flag, 0), SETTING(dbg.atm_pos_out_flag, 0),
+    SETTING(dbg.vg_sel_chk_flag, 0), SETTING(dbg.process_mon_flag, 0), SETTING(dbg.wg_xig_list_flag, 0),
+    SETTING(dbg.chk_data_dump_flag, 0), SETTING(dbg.print_bij_flag, 1)};
 
 static const std::vector<setting> tolerances = {
-    SETTING(epsilon.general_eps, 1e-10), SETTING(epsilon.eigen_eps, 1e-8),
-    SETTING(epsilon.inv_eps, 1e-8), SETTING(epsilon.degeneracy_eps, 1e-8),
-    SETTING(epsilon.perturb_step, 0.001), SETTING(epsilon.tol_chisq_abs, 0.01),
-    SETTING(epsilon.tol_chisq_rel, 0.001), SETTING(epsilon.tol_parameter, 0.01),
-    SETTING(epsilon.tol_lambda, 10), SETTING(epsilon.marq_lambda_max, 1e6),
-    SETTING(epsilon.intensity_scaling, 1e4), SETTING(epsilon.bc_accuracy, 1),
-    SETTING(epsilon.corr_threshold, 0.5), SETTING(epsilon.w_sq_coef, 1),
-    SETTING(epsilon.w_exponent_coef, 0), SETTING(epsilon.w_exponent, 4),
-    SETTING(epsilon.scale_rst_chisq, 1), SETTING(epsilon.e_density_gmax_val, 12),
-    SETTING(epsilon.vg_select_flag, 1), SETTING(epsilon.eigmat_func, 0),
-    SETTING(epsilon.invmat_func, 0), SETTING(epsilon.bc_invmat_func, 0),
-    SETTING(epsilon.svd_flag, 1), SETTING(epsilon.num_thickwidth, 0),
-    SETTING(epsilon.thickwidth_type, 2), SETTING(epsilon.cal_range_flag, 0),
-    SETTING(epsilon.numh, 20), SETTING(epsilon.auto_multiplicity_off, 0),
-    SETTING(epsilon.flag_modified_marquardt, 1)};
+    SETTING(epsilon.general_eps, 1e-10), SETTING(epsilon.eigen_eps, 1e-8), SETTING(epsilon.inv_eps, 1e-8),
+    SETTING(epsilon.degeneracy_eps, 1e-8), SETTING(epsilon.perturb_step, 0.001), SETTING(epsilon.tol_chisq_abs, 0.01),
+    SETTING(epsilon.tol_chisq_rel, 0.001), SETTING(epsilon.tol_parameter, 0.01), SETTING(epsilon.tol_lambda, 10),
+    SETTING(epsilon.marq_lambda_max, 1e6), SETTING(epsilon.intensity_scaling, 1e4), SETTING(epsilon.bc_accuracy, 1),
+    SETTING(epsilon.corr_threshold, 0.5), SETTING(epsilon.w_sq_coef, 1), SETTING(epsilon.w_exponent_coef, 0),
+    SETTING(epsilon.w_exponent, 4), SETTING(epsilon.scale_rst_chisq, 1), SETTING(epsilon.e_density_gmax_val, 12),
+    SETTING(epsilon.vg_select_flag, 1), SETTING(epsilon.eigmat_func, 0), SETTING(epsilon.invmat_func, 0),
+    SETTING(epsilon.bc_invmat_func, 0), SETTING(epsilon.svd_flag, 1), SETTING(epsilon.num_thickwidth, 0),
+    SETTING(epsilon.thickwidth_type, 2), SETTING(epsilon.cal_range_flag, 0), SETTING(epsilon.numh, 20),
+    SETTING(epsilon.auto_multiplicity_off, 0), SETTING(epsilon.flag_modified_marquardt, 1)};
 
 // The settings that differ from their defaults, as "name=value name=value ".
 static std::string changes(const std::vector<setting>& all) {

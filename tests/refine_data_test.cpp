@@ -102,6 +102,9 @@ TEST(Readers, MeasuredPointsStandOnTheirSquare) {
                     v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9], outside);
     EXPECT_EQ(std::vector<double>({v[0], v[2], v[3], v[7]}), std::vector<double>({0, 3320 - 25 * 2, 0, 1})); // on the bound: none beyond
     EXPECT_EQ(outside, 0);
+    find_mat_ii_obs(e.obs_h_min, e.obs_g_max, 81, 9, e.obs_h_min, e.obs_h_max, e.obs_g_min, e.obs_g_max, e.obs_pixel, e.obs_raw[1][0], e.sig_raw[1][0],
+                    v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9], outside);
+    EXPECT_EQ(std::vector<double>({v[1], v[2], v[4], v[8]}), std::vector<double>({0, 3000 - 25 * 8, 0, 1}));
 
     // One pixel between the points (2, 3), (3, 3), (2, 4), (3, 4) of a plane, of sigmas of a plane, once shifted there.
     double sig[81], obs_at, sig_at;
@@ -140,7 +143,7 @@ TEST(FitModel, ShiftSlopesAreThoseOfACubicInsideAndOfALineAtTheRim) {
             inside[i][j] = i > 0 || j != 3;
         }
     }
-    for (auto [i, j] : {std::pair(5, 5), {4, 4}, {6, 4}, {2, 6}, {4, 6}})
+    for (auto [i, j] : {std::pair(5, 5), {1, 1}, {4, 4}, {6, 4}, {2, 6}, {4, 6}})
         inside[i][j] = 0;
     const double s = 0.05;
     const auto cubic = [&](double at) { return (std::pow(at + s, 3) - std::pow(at, 3)) / s; };
@@ -150,6 +153,7 @@ TEST(FitModel, ShiftSlopesAreThoseOfACubicInsideAndOfALineAtTheRim) {
     EXPECT_NEAR(g[6][2], (f[6][2] - f[5][2]) / 0.2, 1e-12); // none behind: continued
     EXPECT_NEAR(g[1][3], (f[2][3] - f[1][3]) / 0.2, 1e-12); // a masked neighbour in front
     EXPECT_EQ(g[0][3], 0);                                  // itself masked
+    EXPECT_EQ(g[0][1], 0);                                  // the first, alone
     EXPECT_NEAR(g[3][5], (f[4][5] - f[3][5]) / 0.2, 1e-12); // the second behind is masked: a line
     EXPECT_NEAR(g[4][5], (f[4][5] - f[3][5]) / 0.2, 1e-12); // the first behind is masked: continued
     EXPECT_NEAR(g[5][4], (f[5][4] - f[4][4]) / 0.2, 1e-12); // last but one: continued from whatever is in front
@@ -160,6 +164,9 @@ TEST(FitModel, ShiftSlopesAreThoseOfACubicInsideAndOfALineAtTheRim) {
     calc_Gshift_grad(s, -0.6, 0.6, n, n, x, x, f, inside, g);
     EXPECT_NEAR(g[2][3], 2 * cubic(0), 1e-12);
     EXPECT_NEAR(bicubic_intrpl(0.07, -0.33, n, n, x, x, f), std::pow(0.07, 3) - 2 * std::pow(0.33, 3), 1e-12);
+    EXPECT_NEAR(bicubic_intrpl(0.59, -0.59, n, n, x, x, f), std::pow(0.59, 3) - 2 * std::pow(0.59, 3), 1e-12);
+    gaussian_convolution(n, f, 1, nullptr);
+    EXPECT_NEAR(f[6][6], 3 * 0.216, 1e-15);
     EXPECT_NEAR(bilin_intrpl(0.25, 0.5, 1, 5, 3, 7), 3, 1e-15);
     free_matrix(f);
     free_matrix(g);
@@ -314,14 +321,15 @@ TEST(Reports, TinyDataSetGivesHandMadeNumbers) {
 TEST(Reports, LowOrderValuesOfEachKindAndDataSets) {
     settings dir;
     const string set = data_set_text("0.8", "300", "0");
-    const char* const lows[] = {"1\n1\n1 0 0\n1 ADJ a\n2 ADJ b\n", "1\n2\n1 0 0\n1 ADJ a\n2 ADJ b\n", "1\n3\n1 0 0\n1 ADJ a\n2 ADJ b\n", "1\n4\n1 0 0\n1 ADJ a\n2 ADJ b\n"};
-    // Heads, and the two lines of the reflection, as the writer has them.
+    const char* const lows[] = {"1\n1\n1 0 0\n1 ADJ a\n2 ADJ b\n", "1\n2\n1 0 0\n1 ADJ a\n2 ADJ b\n", "1\n3\n1 0 0\n1 ADJ a\n2 ADJ b\n3 ADJ c\n4 ADJ d\n", "1\n4\n1 0 0\n1 ADJ a\n2 ADJ b\n3 ADJ c\n4 ADJ d\n"};
+    const string b = " [2] b= 2, esd= 0 (ini_val= 2)\n", c = " [3] c= 3, esd= 0 (ini_val= 3)\n", told[] = {b, b, b + c + " [4] d= 4, esd= 0 (ini_val= 4)\n", c};
+    // Heads, and the lines of the reflection, as the writer has them.
     const char* const written[] = {"1    #lof_type\n# (total Fg)\n@1  ADJ  a  #Fg.re [A]\n2  ADJ  b  #Fg.im [A]\n", "2\n# (elastic Fg) \n@1  ADJ  a  #Fg_ela.re [A]\n2  ADJ  b  #Fg_ela.im [A]\n",
-                                   "3\n# (elastic ang inelastic f)\n@1  ADJ  a  #f_ela [A]\n2  ADJ  b  #f_inela [A]\n", "# lof_type\n#  (elastic f)\n4\n@1  ADJ  a  #f_ela [A]\n2  ADJ  b  #f_inela [A]\n"};
+                                   "3\n# (elastic ang inelastic f)\n@1  ADJ  a  #f_ela [A]\n2  ADJ  b  #f_inela [A]\n3  ADJ  c  #f_ela [A]\n4  ADJ  d  #f_inela [A]\n", "# lof_type\n#  (elastic f)\n4\n@1  ADJ  a  #f_ela [A]\n2  ADJ  b  #f_inela [A]\n3  ADJ  c  #f_ela [A]\n4  ADJ  d  #f_inela [A]\n"};
     for (int type = 0; type < 4; ++type) {
-        fit f(crystal_text(cell, {"Ge\n0\n0\n0\nISO\n0.5\n1\n0\n"}, lows[type]), {set, set});
+        fit f(crystal_text(cell, {aniso, other_atom}, lows[type]), {set, set});
         const outcome shown = run_child([&] { par_output_short(f.cr, 2, f.sets, stderr, "x.txt"); print_LOW_ORDER_FG(stdout, f.cr); fit_end_message(stderr); });
-        EXPECT_TRUE(begins_with(shown.out, string("\nRefined parameters:\n [0] a= 1, esd= 0 (ini_val= 1)\n") + (type < 3 ? " [1] b= 2, esd= 0 (ini_val= 2)\n" : "") +
+        EXPECT_TRUE(begins_with(shown.out, string("\nRefined parameters:\n [0] v= 0.012, esd= 0 (ini_val= 0.012)\n [1] a= 1, esd= 0 (ini_val= 1)\n") + told[type] +
                                                " # Data set 0:\n SHIFT parameters output: x.txt\n # Data set 1:\n SHIFT parameters output: x.txt\n#\n# ---"))
             << shown.out;
         EXPECT_EQ(read_file("x.txt"), "HG SHIFT parameters\nExp. dataset: 0\nit= 0Exp. dataset: 1\nit= 0");
@@ -356,48 +364,6 @@ TEST(Reports, ParametersAndCorrelations) {
 }
 
 // ---- the writer -----------------------------------------------------------------------------
-
-TEST(Writer, FileReadBackGivesKindsNamesRestraintsAndValues) {
-    settings dir;
-    const string low = "1\n4\n0 0 2\n1.25 ADJ fa\n0.5\n=2*fa CST fb\n0.25 RST fi 0.05\n";
-    fit f(crystal_text(cell, {other_atom, aniso}, low), {data_set_text("0.8 ADJ s", "300 RST t 4", "0.01 ADJ h")});
-    output_FIT_MODE_file("out.dat", f.cr, 7, 1, f.sets, f.data);
-    std::FILE* file = std::fopen("out.dat", "r");
-    char word[line_max];
-    EXPECT_STREQ(fget_1s(word, file), "FIT_MODE");
-    read_eps_ctrl_params(file);
-    csd cr;
-    fed set;
-    ei data;
-    int iterations, sets;
-    input_csd_cstr(cr, file, "a");
-    chk_data("FIT_CALCULATION_CONDITION{", file);
-    read_ITEM_EXP_NUM(iterations, sets, file);
-    testing::internal::CaptureStdout();
-    input_fit_exp_dataset(set, data, file);
-    testing::internal::GetCapturedStdout();
-    chk_data("}FIT_CALCULATION_CONDITION", file);
-    std::fclose(file);
-    EXPECT_EQ(iterations, 7);
-    EXPECT_EQ(sets, 1);
-    EXPECT_EQ(set.num_bethe_beam, 1);
-    EXPECT_EQ(set.weight[1][0], 0.5);
-    for (auto [a, b] : {std::pair(list_csd_values(f.cr), list_csd_values(cr)), std::pair(list_fed_values(1, f.sets), list_fed_values(1, &set))}) {
-        ASSERT_EQ(a.count, b.count);
-        for (int i = 0; i < a.count; ++i) {
-            const fitpar &was = *a.at[i].descriptor, &is = *b.at[i].descriptor;
-            EXPECT_EQ(was.idx, is.idx) << was.id;
-            EXPECT_STREQ(was.id, is.id);
-            EXPECT_EQ(was.rst, is.rst) << was.id;
-            EXPECT_NEAR(*a.at[i].value, *b.at[i].value, 1e-6 * std::fabs(*a.at[i].value)) << was.id;
-        }
-        std::free(a.at);
-        std::free(b.at);
-    }
-    free_csd(cr);
-    free_ed(set);
-    free_ei(data);
-}
 
 TEST(Writer, TextsOfEachPiece) {
     settings dir;
@@ -458,10 +424,12 @@ TEST(RefineFaults, EachMessageOnce) {
     };
     expect_faults({
         {read(replaced(good, "{\n2\n7\n", "{\n4\n7\n")), "$$ Invalid calc_type=4. Abort.\n", ""},
+        {read(replaced(good, "{\n2\n7\n", "{\n-1\n7\n")), "$$ Invalid calc_type=-1. Abort.\n", ""},
         {read(replaced(good, "{\n2\n7\n", "{\n2\n1\n")), "$$ Invalid num_pix_side(=1). Abort.\n", ""},
         {read(replaced(good, "CALC_KXY_RANGE{", "CALC_KXY_RANGE{ ")), "$$ Data format error has been found at CALC_KXY_RANGE{.\n$$ Abort.\n$$ buf=CALC_KXY_RANGE{ \n$$$$Error: CALC_KXY_RANGE must be placed before BEAM_SEARCH. $$\n", ""},
         {read(good, "FIT_DATA\n"), head + "$$ Data format error.\n$$ Abort.\n$$ buf=FIT_DATA\n", ""},
         {read(good, replaced(intensity_text(), "81 9", "80 9")), head + "$$ Data set does not agree with its intensity file (80, 9). Abort.\n", ""},
+        {read(good, replaced(intensity_text(), "81 9", "1 1")), head + "$$ Data set does not agree with its intensity file (1, 1). Abort.\n", ""},
         {read(replaced(good, "int.txt\n1\n2\n", "int.txt\n1\n3\n")), head + "$$ Data set does not agree with its intensity file (3, 2). Abort.\n", ""},
         {read(good, replaced(intensity_text(), " 50\n\n", " 50\n")), head + "$$ Data format error has been found at .\n$$ Abort.\n$$ buf=2975\n", ""},
         {read(replaced(good, "300\n0\n0 0", "300\n5\n0 0")), head + "$$ thickwidth = 5 and num_thickwidth = 0. Abort.\n", ""},
@@ -485,6 +453,10 @@ TEST(RefineFaults, EachMessageOnce) {
         {[&] { f.cr.site[0].bf = 3; search_csd_fed(0, f.cr, 1, f.sets); }, "$$error: invalid bf\n", ""},
         {[&] { f.cr.num_lofg = 1; f.cr.lof_type = 6; search_csd_fed(0, f.cr, 1, f.sets); }, "$$error: (fget_low_g_cst) invalid lof_type(=6)\n", ""},
         {[&] { f.cr.num_lofg = 1; f.cr.lof_type = 6; list_csd_values(f.cr); }, "$$ Invalid lof_type 6. Abort.\n", ""},
+        {[&] { f.cr.num_lofg = 1; f.cr.lof_type = 5; search_csd_fed(0, f.cr, 1, f.sets); }, "$$error: lof_type=5 not available\n", ""},
+        {[&] { f.cr.num_lofg = 1; f.cr.lof_type = 0; search_csd_fed(0, f.cr, 1, f.sets); }, "$$error: (fget_low_g_cst) invalid lof_type(=0)\n", ""},
+        {[&] { work_cal_int w; calc_intensity_ug_coherent({}, 0, {}, {}, 0, 0, nullptr, nullptr, 1, nullptr, 0, nullptr, 0, nullptr, 0, {}, {}, {}, 0, 0, 0, nullptr, nullptr, w); },
+         "$$error: perturbation is not available in coherent mode.\n", ""},
         {[&] { search_csd_fed(5, f.cr, 1, f.sets); }, "$$error: (search_csd_fed) invalid ntp=5\n", ""},
         {[&] { val_search_fed("nobody", 1, f.sets); }, "$$error: (val_search_fed) constraint nobody not found\n", ""},
         {[&] { f.sets[0].kv_fitpar.idx = kind_rst; count_num_fitpar(f.cr, 1, f.sets, n, n, n, n); }, "$$ Restraint width of " + string(f.sets[0].kv_fitpar.id) + " is 0. Abort.\n", ""},

@@ -168,6 +168,20 @@ TEST(Perturbation, ComplexLevelsOfEqualRealPartDoNotMix) {
         free_matrix(m);
 }
 
+// Two pairs: beyond its own block each level feels both of the other pair, e^2/3 for each.
+TEST(Perturbation, TwoPairs) {
+    const double e = 0.01;
+    const complex val[4] = {{5, 0}, {5, 0}, {2, 0}, {2, 0}};
+    complex **C = new_matrix<complex>(4, 4), **D = new_matrix<complex>(4, 4), **p_vec = new_matrix<complex>(4, 4), p_val[4];
+    for (int i = 0; i < 16; ++i)
+        (i % 5 == 0 ? C : D)[i / 4][i % 4].re = i % 5 == 0 ? 1 : e;
+    perturb(val, C, 4, D, 1e-8, p_val, p_vec);
+    for (int j = 0; j < 4; ++j)
+        EXPECT_NEAR(p_val[j].re, val[j].re + (j % 2 == 0 ? e : -e) + (j < 2 ? 2 : -2) * e * e / 3, 1e-12) << j;
+    for (complex** m : {C, D, p_vec})
+        free_matrix(m);
+}
+
 // ---- the cycle ------------------------------------------------------------------------------
 
 typedef std::vector<std::vector<double>> jacobian;
@@ -301,6 +315,14 @@ TEST(Cycle, SearchedBeamsAreThoseOfAManualListAndTheConsoleTellsAll) {
     testing::internal::CaptureStdout();
     auto_ed_beams(s, found.cr);
     EXPECT_TRUE(begins_with(testing::internal::GetCapturedStdout(), "Beam search (sg) ... $$ Exact = "));
+    fed copy;
+    alloc_ed(s.beam_search, 0, 2, 1, copy);
+    cpy_fed(1, &s, &copy);
+    EXPECT_EQ(copy.reflex_sel, nullptr);
+    free_ed(copy);
+    fed by_w = s;
+    by_w.beam_search.flag_bs = 1;
+    EXPECT_TRUE(begins_with(run_child([&] { auto_ed_beams(by_w, found.cr); }).out, "Beam search (wg) ... $$ Exact = "));
     string list = "0\n" + std::to_string(s.num_exact_beam) + " " + std::to_string(s.num_bethe_beam) + "\n";
     for (int i = 0; i < s.num_exact_beam + s.num_bethe_beam; ++i)
         list += std::to_string(s.reflex_sel[i].h) + " " + std::to_string(s.reflex_sel[i].k) + " " + std::to_string(s.reflex_sel[i].l) + "\n";

@@ -392,9 +392,16 @@ TEST(Solver, BetheReductions) {
         a[1][1] = {1e-9, 0};
         g_bethe(1, 1, a, b);
         std::printf("%g\n", b[0][0].re);
+        a[1][1] = {2, 0}; // no tolerance, no inverse: the matrix itself
+        epsilon.inv_eps = 0;
+        g_bethe(1, 1, a, b);
+        std::printf("%g\n", b[0][0].re);
+        epsilon.invmat_func = 1;
+        g_bethe(1, 1, a, b);
     });
     const std::string trace = "$$ invmat: Numpack inv_c_mat()\n", anomalous = "$$ Anomalous termination in inv_c_mat.\n";
-    EXPECT_EQ(end.out, trace + anomalous + "$$ (invmat): inv_c_mat = 1\n-9\n" + trace + anomalous + "10\n");
+    EXPECT_EQ(end.out, trace + anomalous + "$$ (invmat): inv_c_mat = 1\n-9\n" + trace + anomalous + "10\n" + trace +
+                           "$$ (inv_c_mat) invalid n or epsilon.\n$$ (invmat): inv_c_mat = 30000\n4\n$$ Invalid epsilon.invmat_func=1. Abort.\n");
     free_matrix(a);
     free_matrix(b);
 }
@@ -422,29 +429,16 @@ TEST(Solver, FluxIsKeptWithoutAbsorption) {
 
 // The largest difference between the intensities at K_t and those of their images at its image.
 template <class Map>
-static double asymmetry(const specimen& s, const specimen& image, Map map, r_hkl K_t) {
-    const solved_tilt here = solve(s, K_t, {300, 900}), there = solve(image, map(K_t), {300, 900});
+static double asymmetry(const specimen& s, Map map, r_hkl K_t) {
+    const solved_tilt here = solve(s, K_t, {300, 900}), there = solve(s, map(K_t), {300, 900});
     double worst = 0.0;
     for (std::size_t i : here.exact) {
         const r_hkl g = map(hkl2rhkl(s.list[i].h, s.list[i].k, s.list[i].l));
-        const int at = find_n_g(image.p.num_g, int(g.h), int(g.k), int(g.l), image.list);
+        const int at = find_n_g(s.p.num_g, int(g.h), int(g.k), int(g.l), s.list);
         for (std::size_t t = 0; t < 2 && at >= 0; ++t)
             worst = std::max(worst, std::fabs(here.intensity(i, t) - there.intensity(to_size(at), t)));
     }
     return worst;
-}
-
-// The whole experiment turned by inversion: a crystal with a centre shows the same pattern.
-TEST(Solver, InversionOfTheExperiment) {
-    const auto negative = [](r_hkl v) { return r_hkl{-v.h, -v.k, -v.l}; };
-    const char* search = "1\n400 3 0 1\n30 60 4e4\n";
-    specimen si(silicon, 100, {1, 1, 1}, {2, 1, 1}, {2, -2, 0}, search);
-    specimen si_image(silicon, 100, {-1, -1, -1}, {-2, -1, -1}, {2, -2, 0}, search);
-    EXPECT_LT(asymmetry(si, si_image, negative, {0.31, -0.13, -0.18}), 1e-8);
-    search = "2\n400 2.6 0 1\n0.012 0.014 1e11\n";
-    specimen other(triclinic, 100, {0, 0, 1}, {0, 1, 3}, {1, 0, 0}, search);
-    specimen other_image(triclinic, 100, {0, 0, -1}, {0, -1, -3}, {1, 0, 0}, search);
-    EXPECT_GT(asymmetry(other, other_image, negative, {0.1, 0.2, 0}), 1e-3) << "no centre";
 }
 
 // Silicon [1 1 1]: the zero layer alone is a projection with six-fold symmetry; the first layer
@@ -458,11 +452,11 @@ TEST(Solver, PointSymmetryOfSilicon111) {
     double six_fold = 0.0;
     for (r_hkl K_t : {r_hkl{0.31, -0.13, -0.18}, r_hkl{0.4, 0.05, -0.45}, r_hkl{-0.6, 0.33, 0.27}}) {
         for (specimen* s : {&zero_layer, &two_layers}) {
-            EXPECT_LT(asymmetry(*s, *s, turned, K_t), 1e-7);
-            EXPECT_LT(asymmetry(*s, *s, mirrored, K_t), 1e-7);
+            EXPECT_LT(asymmetry(*s, turned, K_t), 1e-7);
+            EXPECT_LT(asymmetry(*s, mirrored, K_t), 1e-7);
         }
-        EXPECT_LT(asymmetry(zero_layer, zero_layer, opposite, K_t), 1e-7);
-        six_fold = std::max(six_fold, asymmetry(two_layers, two_layers, opposite, K_t));
+        EXPECT_LT(asymmetry(zero_layer, opposite, K_t), 1e-7);
+        six_fold = std::max(six_fold, asymmetry(two_layers, opposite, K_t));
     }
     EXPECT_GT(six_fold, 1e-4);
 }
@@ -483,9 +477,8 @@ TEST(Solver, BothEigensolversAndTheBranchLimit) {
                 worst = std::max(worst, std::fabs(a.intensity(i, t) - b.intensity(i, t)));
         return worst;
     };
-    EXPECT_LT(difference(solved(0, 1e-8, 1), solved(1, 1e-8, 1)), 1e-7);
-    EXPECT_LT(difference(solved(0, 1e-9, 1), solved(1, 1e-9, 1)), 1e-8);
-    EXPECT_LT(difference(solved(0, 1e-13, 1), solved(1, 1e-13, 1)), 1e-11);
+    for (auto [accuracy, limit] : {std::pair(1e-8, 1e-7), {1e-13, 1e-11}})
+        EXPECT_LT(difference(solved(0, accuracy, 1), solved(1, accuracy, 1)), limit);
     const double change = difference(solved(0, 1e-8, 0.999), solved(0, 1e-8, 1));
     EXPECT_TRUE(change > 1e-6 && change < 0.1) << change;
     s.take_absorption_away();
@@ -579,7 +572,7 @@ TEST(Solver, SelectionPerTilt) {
         if (c.vg_select_flag == 0 || c.flag_bs == 0)
             continue;
         const outcome end = run_child([&] {
-            vg_select_info_ug(4, 1, nesel, nbsel, sel, vg, list + 1, c.Sg.data(), bs, {1, 1, 1}, 100);
+            vg_select_info_ug(4, 0, nesel, nbsel, sel, vg, list + 1 + c.flag_bs % 2, c.Sg.data(), bs, {1, 1, 1}, 100);
         });
         EXPECT_EQ(end.out + end.err, "$$error: reflex_sel[0] must be 000\n");
         EXPECT_EQ(end.status, 1);

@@ -123,8 +123,7 @@ static void leave_at_once(int status, void*) {
 }
 
 // Forks; the child's streams are files, so that no pipe can fill up, and its life is limited.
-static outcome in_child(const std::string& input, unsigned seconds,
-                        const std::function<void()>& body) {
+static outcome in_child(const std::string& input, unsigned seconds, const std::function<void()>& body) {
     std::FILE* in = text_stream(input);
     std::FILE* out = text_stream("");
     std::FILE* err = text_stream("");

@@ -180,8 +180,6 @@ hkl gen_reflex(hkl g, const sym_op& op) {
 
 double fractional(double x) {
     double f = x - std::floor(x);
-    if (f < 0.0)
-        f += 1.0;
     if (f >= 1.0)
         f -= 1.0;
     return f;

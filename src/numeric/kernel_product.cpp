@@ -93,21 +93,13 @@ void add_product(int m, int n, int l, planes c, factors a, planes b) {
 template <int R>
 static inline void sum_rows(int n, planes a, planes x, complex* sum) {
     cvec s[R] = {};
-    int j = 0;
-    for (; j + lanes <= n; j += lanes) {
+    for (int j = 0; j < n; j += lanes) {
         const cvec z = load(x.re + j, x.im + j);
         for (int r = 0; r < R; ++r)
             s[r] = add_mul(s[r], load(a.re + r * a.ld + j, a.im + r * a.ld + j), z);
     }
     for (int r = 0; r < R; ++r)
         sum[r] = {sum_of(s[r].re), sum_of(s[r].im)};
-    for (; j < n; ++j) {
-        for (int r = 0; r < R; ++r) {
-            const double re = a.re[r * a.ld + j], im = a.im[r * a.ld + j];
-            sum[r].re += re * x.re[j] - im * x.im[j];
-            sum[r].im += re * x.im[j] + im * x.re[j];
-        }
-    }
 }
 
 void times_vector(int m, int n, planes a, planes x, complex* sum) {

@@ -69,7 +69,7 @@ struct factors {
 // stands behind the n-th one up to the next multiple of four must be room, and changes.
 ORVEL_KERNEL(add_product, (int m, int n, int l, planes c, factors a, planes b), (m, n, l, c, a, b))
 
-// sum[i] = sum over j of a(i, j) x(j) for m rows and n columns.
+// sum[i] = sum over j of a(i, j) x(j) for m rows and n columns, n a multiple of four.
 ORVEL_KERNEL(times_vector, (int m, int n, planes a, planes x, complex* sum), (m, n, a, x, sum))
 
 // Row of n numbers to planes and back. To planes, it is filled up with zeros to a multiple of four.

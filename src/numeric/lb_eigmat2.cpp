@@ -112,7 +112,7 @@ static bool balance_once(int n, int k, int l, complex** a, double* scale) {
 void cbal(int n, complex** a, int& low, int& igh, double* scale) {
     low = 1;
     igh = n;
-    if (n < 1 || !isolate_rows(n, a, igh, scale))
+    if (!isolate_rows(n, a, igh, scale))
         return;
     isolate_columns(n, a, low, igh, scale);
     for (int i = low; i <= igh; ++i)

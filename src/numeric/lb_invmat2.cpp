@@ -35,7 +35,7 @@ static void load_exchanged(int n, const complex* const* a, int c, planes p) {
 // Solves U x = e_m for the upper triangle of a. The sums over what is known already are formed for
 // some rows at a time.
 static void back_substitute(int n, planes a, complex* x) {
-    const int together = 4;
+    const int together = 4; // as times_vector wants it
     const planes known = work_planes(slot_a, 1, n);
     for (int end = n; end > 0; end -= together) {
         const int first = std::max(end - together, 0);

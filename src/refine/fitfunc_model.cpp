@@ -285,10 +285,10 @@ static bool value_beyond(int i, int n, double d, const double* f, const int* ins
     const bool b = inside[i] == 1;
     const bool a = i > 0 && inside[i - 1] == 1;
     const bool c = i < n - 1 && inside[i + 1] == 1;
-    const bool first = i == 0, last = i == n - 1, last_but_one = i == n - 2;
+    const bool first = i == 0, last_but_one = i == n - 2;
     if (!b)
         return false;
-    if (c && !last && !first && !last_but_one && a && inside[i + 2] == 1) {
+    if (a && c && !last_but_one && inside[i + 2] == 1) {
         const double places[4] = {0, 1, 2, 3};
         value = cubic_intrpl(places, 1 + d, f + i - 1);
         return true;

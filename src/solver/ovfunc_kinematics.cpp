@@ -65,7 +65,8 @@ void pre_calc_intensity(double kv, uvw zone_uvw, uvw normal_uvw, lattice lat,
 void chk_incidence(double kv, double abs_K, uvw zone_uvw, uvw normal_uvw, double cos_zn) {
     if (!(kv > 0 && abs_K > 0))
         ov_abort(stdout, "$$ Invalid kv(=%g). Abort.\n", kv);
-    if (!(cos_zn > 0))
+    const double right_angle = 1e-12; // rounding leaves less of its cosine
+    if (!(cos_zn > right_angle))
         ov_abort(stdout, "$$ Surface normal [%d %d %d] does not point upward along [%d %d %d]. Abort.\n",
                  normal_uvw.u, normal_uvw.v, normal_uvw.w, zone_uvw.u, zone_uvw.v, zone_uvw.w);
 }
