@@ -181,21 +181,6 @@ TEST(Heapsort, DescendingWithPlacesAndSettledTies) {
         EXPECT_EQ(c.input, c.sorted);
         EXPECT_EQ(places, c.places);
     }
-    std::mt19937 random(3);
-    for (int n = 0; n <= 100; ++n) {
-        std::vector<double> a(static_cast<std::size_t>(n));
-        for (double& x : a)
-            x = static_cast<double>(random() % 20);
-        const std::vector<double> input = a;
-        std::vector<int> places(a.size());
-        d_heapsort(n, a.data(), places.data());
-        EXPECT_TRUE(std::is_sorted(a.rbegin(), a.rend())) << n;
-        for (std::size_t k = 0; k < a.size(); ++k)
-            EXPECT_EQ(a[k], input[static_cast<std::size_t>(places[k])]) << n;
-        std::sort(places.begin(), places.end());
-        for (int k = 0; k < n; ++k)
-            EXPECT_EQ(places[static_cast<std::size_t>(k)], k) << "each place once";
-    }
 }
 
 TEST(Dumps, MatricesColumnByColumn) {

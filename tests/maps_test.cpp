@@ -431,27 +431,3 @@ TEST(Maps, Failures) {
     for (const char* name : {"a_pp.txt", "a_ed.txt", "a_ed.3ed", "a_pt.3ed", "a_ptim.3ed"})
         EXPECT_FALSE(fs::exists(name)) << "of a run that failed before its maps";
 }
-
-TEST(Maps, FilesThatCannotBeWritten) {
-    const table_dir dir;
-    static const struct {
-        const map_job& j;
-        std::vector<std::string> names;
-    } cases[] = {
-        {ed2, {"a_pp.txt", "a_ed.txt", "a_ed.plt", "a_pp.plt"}},
-        {pt2, {"a_pp.txt", "a_re_pp.plt", "a_im_pp.plt"}},
-        {ed3, {"a_ed.3ed", "a_pt.3ed"}},
-        {pt3, {"a_pt.3ed", "a_ptim.3ed"}},
-    };
-    for (const auto& c : cases) {
-        for (const std::string& name : c.names) {
-            fs::remove(name);
-            fs::create_directory(name);
-            expect_abort(parameters(c.j, waves, three_beams), "", "$$ (fopen_chk_wmode) Cannot open " + name + ". Abort.\n");
-            fs::remove(name);
-            fs::create_symlink("/dev/full", name);
-            expect_abort(parameters(c.j, waves, three_beams), "", "$$ Cannot write " + name + ". Abort.\n");
-            fs::remove(name);
-        }
-    }
-}
