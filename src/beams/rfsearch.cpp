@@ -70,7 +70,8 @@ static hkl* new_reflex_sel(int num_exact, int num_bethe) {
 void fget_manual_beams(std::FILE* file, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel) {
     fget_2i(&num_exact_beam, &num_bethe_beam, file);
     if (num_exact_beam < 1 || num_bethe_beam < 0)
-        ov_abort(stdout, "$$ Invalid number of beams: Exact = %d, Bethe = %d. Abort.\n", num_exact_beam, num_bethe_beam);
+        ov_abort(stdout, "$$ Invalid number of beams: Exact = %d, Bethe = %d. Abort.\n",
+                 num_exact_beam, num_bethe_beam);
     ov_fprintf(stdout, "Exact = %d, Bethe = %d\n", num_exact_beam, num_bethe_beam);
     reflex_sel = new_reflex_sel(num_exact_beam, num_bethe_beam);
     fget_beams(num_exact_beam, num_bethe_beam, reflex_sel, file);
@@ -108,7 +109,8 @@ void make_beam_list(const beam_search& bs, bool sphere, int& num_exact_beam, int
     if (sphere)
         beam_search_sphere(num_exact_beam, num_bethe_beam, exact, bethe, bs, kv, crystal);
     else
-        search_beams(num_exact_beam, num_bethe_beam, exact, bethe, bs, zone_uvw, zolzbase1, h_tilt, g_tilt, kv, crystal);
+        search_beams(num_exact_beam, num_bethe_beam, exact, bethe, bs, zone_uvw, zolzbase1,
+                     h_tilt, g_tilt, kv, crystal);
     ov_fprintf(stdout, "Exact = %d, Bethe = %d\n", num_exact_beam, num_bethe_beam);
     reflex_sel = new_reflex_sel(num_exact_beam, num_bethe_beam);
     beam_merge(num_exact_beam, num_bethe_beam, exact, bethe, reflex_sel);
@@ -133,7 +135,8 @@ void fget_beam_list(std::FILE* file, beam_search& bs, int& num_exact_beam, int& 
         return;
     }
     fget_search_rows(file, bs);
-    make_beam_list(bs, false, num_exact_beam, num_bethe_beam, reflex_sel, zone_uvw, zolzbase1, h_tilt, g_tilt, kv, crystal);
+    make_beam_list(bs, false, num_exact_beam, num_bethe_beam, reflex_sel, zone_uvw, zolzbase1,
+                   h_tilt, g_tilt, kv, crystal);
 }
 
 // ---- lists ----------------------------------------------------------------------------------

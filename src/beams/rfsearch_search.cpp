@@ -45,7 +45,8 @@ void evaluate_hklmax(double g_max, int& hmax, int& kmax, int& lmax, lattice lat)
     hmax = smallest_index(g_max, {1, 0, 0}, lat);
     kmax = smallest_index(g_max, {0, 1, 0}, lat);
     lmax = smallest_index(g_max, {0, 0, 1}, lat);
-    if (std::isnan(g_max) || 8.0 * hmax * kmax * lmax > box_max || hmax == index_max || kmax == index_max || lmax == index_max)
+    const bool too_large = hmax == index_max || kmax == index_max || lmax == index_max;
+    if (std::isnan(g_max) || too_large || 8.0 * hmax * kmax * lmax > box_max)
         ov_abort(stdout, "$$ Invalid g_max(=%g). Abort.\n", g_max);
 }
 

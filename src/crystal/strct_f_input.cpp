@@ -218,7 +218,8 @@ void atom_multiplicity(int num_site, atom* sites, int num_sym_op, const sym_op* 
     std::free(positions);
 }
 
-void newpos_sym_op(int num_site, const atom* sites, int* counts, r_uvw** positions, int num_sym_op, const sym_op* sym_ops) {
+void newpos_sym_op(int num_site, const atom* sites, int* counts, r_uvw** positions,
+                   int num_sym_op, const sym_op* sym_ops) {
     for (int i = 0; i < num_site; ++i) {
         gen_all_pos(sites[i], num_sym_op, sym_ops, positions[i]);
         if (epsilon.auto_multiplicity_off == 0)

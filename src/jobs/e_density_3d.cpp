@@ -108,7 +108,8 @@ static void chk_counts(const sd& cond) {
 // Replaces the beam list by every reflection that the grid holds in full: |h| < nx/2 and so on.
 static void list_all_reflections(sd& cond) {
     const int hx = cond.nx / 2, hy = cond.ny / 2, hz = cond.nz / 2;
-    const std::size_t count = size_product(size_product(to_size(cond.nx - 1), to_size(cond.ny - 1)), to_size(cond.nz - 1));
+    const std::size_t layer = size_product(to_size(cond.nx - 1), to_size(cond.ny - 1));
+    const std::size_t count = size_product(layer, to_size(cond.nz - 1));
     std::free(cond.reflex_sel);
     cond.reflex_sel = new_vector<hkl>(countable(count));
     cond.num_exact_beam = static_cast<int>(count);

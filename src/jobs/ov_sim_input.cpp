@@ -38,7 +38,8 @@ void fget_calc_kxy_range(sd& cond, solver_job job, std::FILE* file) {
     chk_data_info("CALC_KXY_RANGE{", words.hint, file);
     cond.calc_type = fget_i(file);
     if (cond.calc_type < mesh_point || cond.calc_type > mesh_square)
-        ov_abort(stdout, "$$ Invalid calc_type%s%d%s. Abort.\n", words.before_number, cond.calc_type, words.behind_number);
+        ov_abort(stdout, "$$ Invalid calc_type%s%d%s. Abort.\n",
+                 words.before_number, cond.calc_type, words.behind_number);
     cond.num_pix_side = fget_i(file);
     // The spacing of a line or square divides by the number of its intervals.
     if (cond.num_pix_side < 2 && cond.calc_type != mesh_point)

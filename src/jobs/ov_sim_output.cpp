@@ -172,7 +172,8 @@ static void write_results(const sim_result& result, const char* stem) {
     ov_fprintf(stdout, "Usage: drenu %s\n", script_name);
 }
 
-void sim_output(const sd& cond, double a, double b, double c, double alpha, double beta, double gamma, const char* stem) {
+void sim_output(const sd& cond, double a, double b, double c, double alpha, double beta, double gamma,
+                const char* stem) {
     sim_coherent_output(cond, nullptr, a, b, c, alpha, beta, gamma, stem);
 }
 

@@ -14,7 +14,8 @@ namespace orvel {
 
 // ---- lists of values ------------------------------------------------------------------------
 
-static void append(fit_value_list& list, double& value, fitpar& descriptor, fit_value_kind kind, int set, int t, int r) {
+static void append(fit_value_list& list, double& value, fitpar& descriptor, fit_value_kind kind,
+                   int set, int t, int r) {
     list.at[list.count++] = {&value, &descriptor, kind, set, t, r};
 }
 
@@ -30,7 +31,8 @@ static void append_site(fit_value_list& list, atom& site, atom_fitpar& descripto
                 append_crystal(list, site.*entry.value, descriptors.slot[slot]);
 }
 
-static void append_lofg(fit_value_list& list, int lof_type, int num_site, lofg_value& value, lofg_fitpar_set& descriptor) {
+static void append_lofg(fit_value_list& list, int lof_type, int num_site, lofg_value& value,
+                        lofg_fitpar_set& descriptor) {
     switch (lof_type) {
     case lof_fg:
         append_crystal(list, value.fg_re, descriptor.fg_re);

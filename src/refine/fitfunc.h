@@ -196,7 +196,8 @@ void fit_end_message(std::FILE* log);
 
 // A complete parameter file of the job word FIT_MODE; pieces of it below. i is the number of a data
 // set, t of a thickness. A value line by its kind; an unknown kind ends the process.
-void output_FIT_MODE_file(const char* name, csd& crystal, int max_iteration, int num_fed, fed* sets, const ei* intensities);
+void output_FIT_MODE_file(const char* name, csd& crystal, int max_iteration, int num_fed, fed* sets,
+                          const ei* intensities);
 void print_fit_mode_opening(std::FILE* stream, const char* name);
 void print_EPS_CONTROL_PARAMETERS(std::FILE* stream);
 void print_CRYSTAL_STRUCTURE_DATA(std::FILE* stream, csd& crystal);

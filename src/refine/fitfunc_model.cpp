@@ -208,7 +208,8 @@ double bilin_intrpl(double u, double v, double f00, double f10, double f01, doub
 // ---- sampling the measured pattern ----------------------------------------------------------
 
 // A measured point; beyond the last row or column it has weight 0 and does not exist.
-static void measured_point(int ia, int ib, int n, const double* obs_raw, const double* sig_raw, double& value, double& sigma) {
+static void measured_point(int ia, int ib, int n, const double* obs_raw, const double* sig_raw,
+                           double& value, double& sigma) {
     const bool exists = ia < n && ib < n;
     value = exists ? obs_raw[ia + ib * n] : 0.0;
     sigma = exists ? sig_raw[ia + ib * n] : 1.0;

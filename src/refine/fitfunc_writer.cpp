@@ -265,7 +265,8 @@ void print_THICKNESS_BLOCK(std::FILE* stream, int i, int t, const fed* sets, con
     ov_fprintf(stream, "}THICKNESS_BLOCK\n");
 }
 
-void output_FIT_MODE_file(const char* name, csd& crystal, int max_iteration, int num_fed, fed* sets, const ei* intensities) {
+void output_FIT_MODE_file(const char* name, csd& crystal, int max_iteration, int num_fed, fed* sets,
+                          const ei* intensities) {
     std::FILE* stream = ov_fopen_chk_wmode(name);
     print_fit_mode_opening(stream, name);
     print_EPS_CONTROL_PARAMETERS(stream);

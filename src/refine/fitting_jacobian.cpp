@@ -145,7 +145,8 @@ double calc_beta_elm(const fed& set, const ei& intensity, double*** J_j) {
         for (int t = 0; t < set.num_thickness; ++t)
             for (int p = 0; p < e.num_pix; ++p)
                 if (e.pixel[p].flag == 1)
-                    sum += eval_weight(e.sig[r][t][p], set.weight[r][t]) * (e.obs[r][t][p] - e.cal[r][t][p]) * J_j[r][t][p];
+                    sum += eval_weight(e.sig[r][t][p], set.weight[r][t]) *
+                           (e.obs[r][t][p] - e.cal[r][t][p]) * J_j[r][t][p];
     return sum;
 }
 
