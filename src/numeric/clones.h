@@ -4,7 +4,7 @@
 // for one with wide vector registers (AVX2), and the running machine chooses. Both give the same
 // digits, as nothing is contracted or reordered. It pays in functions that spend their time in
 // loops; what they call in these loops must be inline. Clang wants their names distinct in the
-// whole program.
+// whole program. What a tilt spends its time in is written by lanes instead, in the kernels (kernels.h).
 #pragma once
 
 // The choice needs indirect functions, which the sanitizers start too late for.
