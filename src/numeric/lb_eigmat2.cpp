@@ -135,7 +135,7 @@ static hessenberg_work begin_reduction(int n, int first, const complex* const* a
     const std::size_t num_vectors = 14;
     const std::size_t ld = padded_columns(n);
     const std::size_t size = planes_size(n) + num_vectors * ld;
-    double* block = workspace(slot_hessenberg, size);
+    double* block = workspace(slot_eigensystem, size);
     hessenberg_work w;
     w.a = take_planes(block, n);
     w.old.first = first;

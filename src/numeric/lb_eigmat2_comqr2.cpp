@@ -77,7 +77,7 @@ struct qr_work {
 static qr_work begin_iteration(int n) {
     const std::size_t rows = padded_rows(n);
     const std::size_t size = 2 * planes_size(n) + (panel_row + 3) * rows;
-    double* block = workspace(slot_qr, size);
+    double* block = workspace(slot_eigensystem, size);
     qr_work w = {};
     w.h = take_planes(block, n);
     w.u = take_planes(block, n);
@@ -185,7 +185,7 @@ static complex make_last_real(int en, planes h) {
 // Room for the rotations of one more sweep of n rows.
 static sweep* next_sweep(int n, qr_work& w) {
     const std::size_t sweeps_at_once = 1024;
-    const std::size_t rotations_at_once = 2 * to_size(n) * to_size(n); // a usual iteration needs fewer
+    const std::size_t rotations_at_once = to_size(n) * to_size(n) / 2 + 1; // of about n^2 in all
     const std::size_t sweeps = (to_size(w.num_sweeps) / sweeps_at_once + 1) * sweeps_at_once;
     const std::size_t end = w.num_rotations + to_size(n);
     const std::size_t all = (end / rotations_at_once + 1) * rotations_at_once;

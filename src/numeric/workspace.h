@@ -23,10 +23,9 @@ enum workspace_slot {
     slot_matrix2,
     slot_roots,
     slot_waves,
-    slot_hessenberg, // the matrix that corth works on
-    slot_qr,         // the matrix that iterates, and its vectors
-    slot_rotations,  // of all sweeps
-    slot_sweeps,     // what else they did
+    slot_eigensystem, // the matrix that corth and then comqr2 works on, with its vectors
+    slot_rotations,   // of all sweeps
+    slot_sweeps,      // what else they did
     slot_count
 };
 
