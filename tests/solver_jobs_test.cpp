@@ -484,6 +484,50 @@ TEST(SolverJobs, TracesAndFactorsBeyondTheTables) {
     }
 }
 
+// Faults of the incidence, all in one file and mended one by one in the order in which they are told, in
+// front of the search for beams. The search itself would find no 100, which the file then asks for.
+TEST(SolverJobs, Incidence) {
+    problem searched = pair;
+    searched.beams = "1\n99 0.3 0 0\n1e9 2e9 1e11\n";
+    const string V_0 = "$$ Invalid mean inner potential(=", above = "\n9.6\n";
+    const struct {
+        string part, by, message;
+    } faults[] = {{"\n100\n}INC", "\n-2000\n}INC", "$$ Invalid kv(=-2000). Abort.\n"}, // of a real wavelength
+                  {"{\n0 0 1\n0 0 1\n", "{\n0 0 1\n0 1 -1\n", "$$ Surface normal [0 1 -1] does not point upward along [0 0 1]. Abort.\n"},
+                  {above, "\n-1e6\n", V_0 + number(-1e6 / (120 * 0.020886563)) + "). Abort.\n"},
+                  {"1 0 0\n-0.5\n", "1 0 0\n-300\n", "$$ Tilt (-300, 0.25) is outside the Ewald sphere. Abort.\n"}};
+    const auto expect = [](const string& text, const string& message) {
+        const job_dir dir;
+        const outcome end = dir.run(text);
+        EXPECT_TRUE(contains(end.out, "$$ Tilt") == begins_with(message, "$$ Tilt") && ends_with(end.out, message)) << message << end.out;
+        EXPECT_EQ(contains(end.out, "Beam search"), message.empty()) << end.out;
+        EXPECT_EQ(end.err, "");
+        EXPECT_EQ(end.status, message.empty() ? 0 : 1) << message;
+    };
+    for (const job* each : jobs) {
+        const job& j = *each;
+        changes all;
+        for (const auto& fault : faults)
+            all.emplace_back(fault.part, fault.by);
+        for (const auto& fault : faults) {
+            expect(file(j, searched, all), fault.message);
+            all.erase(all.begin());
+        }
+        for (const char* kv : {"0", "nan", "1e+300"})
+            expect(file(j, searched, {{"\n100\n}INC", string("\n") + kv + "\n}INC"}}), string("$$ Invalid kv(=") + kv + "). Abort.\n");
+        expect(file(j, searched, {{above, "\nnan\n"}}), V_0 + "nan). Abort.\n");
+        expect(file(j, searched, {{"{\n0 0 1\n0 0 1\n", "{\n0 0 1\n0 0 0\n"}}), "$$ Surface normal [0 0 0] does not point upward along [0 0 1]. Abort.\n");
+        // K is reached at |(H, G)| = 8 K = 216.1. Corners of a disk are no tilts of a pattern; the jobs of one
+        // tilt take the first of the mesh.
+        const bool one_tilt = &j == &bloch || &j == &tfringe;
+        const string corner = "$$ Tilt (-200.5, -199.75) is outside the Ewald sphere. Abort.\n";
+        expect(file(j, searched, {{"0\n1\n0.5\n", "2\n3\n200\n"}}), &j == &coherent ? "" : corner);
+        expect(file(j, searched, {{"0\n1\n0.5\n", "3\n3\n200\n"}}), corner);
+        expect(file(j, searched, {{"0\n1\n0.5\n", "1\n2\n150\n"}, {"1 0 0\n-0.5\n", "1 0 0\n100\n"}}),
+               one_tilt ? "" : "$$ Tilt (250, 0.25) is outside the Ewald sphere. Abort.\n");
+    }
+}
+
 // Everything that stops a job of its own: the end of the console, all of standard error, status 1.
 TEST(SolverJobs, Ends) {
     struct stop {
