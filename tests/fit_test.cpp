@@ -305,7 +305,7 @@ TEST(Fit, RejectedTrialIsTakenBack) {
     EXPECT_EQ(read_file("a_res0.txt"), pattern) << "one call is kept back";
 }
 
-TEST(Fit, Ends) {
+TEST(Fit, StopsByEachCriterion) {
     const struct {
         std::string setting;
         changes start;

@@ -58,7 +58,7 @@ TEST(Parameters, OrderStepsConstraintsAndCopies) {
         names += string(search_csd_fed(i, f.cr, 2, f.sets).id) + " ";
     EXPECT_EQ(names, "a Bg xs b11 b23 b13 fe fi q H0 G0 kv0 s0 t0 w0 g1 t1 s2 t2 h5 g6 ");
     EXPECT_EQ(f.num_csd, 9);
-    EXPECT_EQ(f.num_rst, 5);
+    EXPECT_EQ(f.num_rst, 6);
     EXPECT_EQ(f.slots, 6 + 5 + 10 + 8 + 2 * (1 + 2 * (2 + 4)));
     EXPECT_EQ(f.sets[1].weight[1][1], 1);
     f.cycle();
