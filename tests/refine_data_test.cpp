@@ -56,7 +56,7 @@ TEST(Parameters, OrderStepsConstraintsAndCopies) {
     string names;
     for (int i = 0; i < f.num_par; ++i)
         names += string(search_csd_fed(i, f.cr, 2, f.sets).id) + " ";
-    EXPECT_EQ(names, "a Bg xs b11 b23 b13 fe fi q H0 G0 kv0 s0 t0 w0 g1 t1 s2 t2 h5 g6 ");
+    EXPECT_EQ(names, "a Bg xs b11 b23 b13 fe fi q H0 G0 kv0 s0 t0 w0 g1 t1 s2 t2 g6 h7 ");
     EXPECT_EQ(f.num_csd, 9);
     EXPECT_EQ(f.num_rst, 6);
     EXPECT_EQ(f.slots, 6 + 5 + 10 + 8 + 2 * (1 + 2 * (2 + 4)));
@@ -194,12 +194,14 @@ TEST(FitModel, ShiftSlopesAreThoseOfACubicInsideAndOfALineAtTheRim) {
     EXPECT_NEAR(f[6][6], 3 * 0.216, 1e-15);
     // A point lands where the kernel's element says, turned by nothing; what leaves the picture is lost.
     double **picture = new_matrix<double>(3, 3), **kernel = new_matrix<double>(3, 3);
-    picture[0][0] = 1;
+    picture[0][0] = 10;
+    picture[1][1] = 1;
     kernel[0][0] = 5;
     kernel[1][1] = 2;
     kernel[2][1] = 3;
     gaussian_convolution(3, picture, 3, kernel);
-    EXPECT_EQ(std::vector<double>({picture[0][0], picture[1][0], picture[0][1]}), std::vector<double>({2, 3, 0}));
+    EXPECT_EQ(std::vector<double>({picture[0][0], picture[1][0], picture[1][1], picture[2][1], picture[0][1]}),
+              std::vector<double>({5 + 10 * 2, 10 * 3, 2, 3, 0}));
     EXPECT_NEAR(bilin_intrpl(0.25, 0.5, 1, 5, 3, 7), 3, 1e-15);
     for (double** m : {f, g, picture, kernel})
         free_matrix(m);

@@ -298,13 +298,13 @@ TEST(Cycle, NormalEquationsAreSumsOverDifferencesOfItsOwnPatterns) {
         const std::vector<double> cal = f.pattern();
         for (size_t i = 0; i < cal.size(); ++i)
             J[0][i] = 5 * J[7][i]; // q has no reflection: both move zg alone, and derivatives hold the cell
-        // The second data set begins at 4 49; its pitch is 0.12. h5 is of its second reflection, g6 thickness.
-        const size_t h5 = 4 * 49 + 2 * 36, g6 = 4 * 49 + 36;
+        // The second data set begins at 4 49; its pitch is 0.12. g6 is of its second thickness, h7 of both.
+        const size_t g6 = 4 * 49 + 36, h7 = g6 + 2 * 36;
         for (int i = 0; i < 36; ++i) {
-            J[13][h5 + size_t(i)] = slope(&cal[h5] + i - i % 6, i % 6, 1, 6) / 0.12;
-            J[14][g6 + size_t(i)] = slope(&cal[g6] + i % 6, i / 6, 6, 6) / 0.12;
+            J[13][g6 + size_t(i)] = slope(&cal[g6] + i % 6, i / 6, 6, 6) / 0.12;
+            J[14][h7 + size_t(i)] = slope(&cal[h7] + i - i % 6, i % 6, 1, 6) / 0.12;
         }
-        expect_sums(f, J, {{1, 0.004, 2}, {8, 0.01, 1}, {12, 0.3, 1}, {13, 0.001, 1}, {14, 0.002, 1}});
+        expect_sums(f, J, {{1, 0.004, 2}, {8, 0.01, 1}, {12, 0.3, 1}, {13, 0.002, 1}, {14, 0.001, 1}});
     }
     fit none(std::regex_replace(dir.text, std::regex("  (ADJ|RST)  "), "  FIX  ")), all(dir.text);
     epsilon.scale_rst_chisq = 1;
