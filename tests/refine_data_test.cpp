@@ -22,12 +22,13 @@ TEST(Cycle, GridOfTangentialVectors) {
     pixel grid[9];
     r_hkl K_t[9];
     int n, effective;
-    const r_hkl e1 = {1, 0.5, 0}, e2 = zolz_ort_base({0, 0, 1}, e1, lat);
-    calc_K_xy_cbed(n, effective, K_t, grid, 0.1, -0.2, {0, 0, 1}, e1, lat, 2, 0.4, 3);
+    const r_hkl e1 = {1, 0.5, -0.5}, e2 = zolz_ort_base({0, 1, 1}, e1, lat);
+    calc_K_xy_cbed(n, effective, K_t, grid, 0.1, -0.2, {0, 1, 1}, e1, lat, 2, 0.4, 3);
     EXPECT_EQ(std::vector<int>({n, effective, grid[5].ih, grid[5].ig, grid[5].flag, grid[8].flag}),
               std::vector<int>({9, 5, 2, 1, 1, 0}));
     EXPECT_NEAR(K_t[5].h, 0.5 * (0.5 * e1.h - 0.2 * e2.h), 1e-15); // H = 0.1 + 0.4, G = -0.2
     EXPECT_NEAR(K_t[5].k, 0.5 * (0.5 * e1.k - 0.2 * e2.k), 1e-15);
+    EXPECT_NEAR(K_t[5].l, 0.5 * (0.5 * e1.l - 0.2 * e2.l), 1e-15);
     EXPECT_NEAR(K_t[7].h, 0.5 * (0.1 * e1.h + 0.2 * e2.h), 1e-15);
 }
 
@@ -56,7 +57,7 @@ TEST(Parameters, OrderStepsConstraintsAndCopies) {
     string names;
     for (int i = 0; i < f.num_par; ++i)
         names += string(search_csd_fed(i, f.cr, 2, f.sets).id) + " ";
-    EXPECT_EQ(names, "a Bg xs b11 b23 b13 fe fi q H0 G0 kv0 s0 t0 w0 g1 t1 s2 t2 g6 h7 ");
+    EXPECT_EQ(names, "a Bg xs b11 b23 b13 fe fi q H0 G0 kv0 s0 t0 w0 g1 t1 s2 t2 s3 g6 h7 ");
     EXPECT_EQ(f.num_csd, 9);
     EXPECT_EQ(f.num_rst, 6);
     EXPECT_EQ(f.slots, 6 + 5 + 10 + 8 + 2 * (1 + 2 * (2 + 4)));
@@ -246,11 +247,11 @@ TEST(Reports, PatternsAndResidualsOfHandMadeNumbers) {
     for (int r = 0; r < 3; ++r)
         for (int t = 0; t < 2; ++t) {
             first.data.reflex_hkl[r] = {r, 0, r == 2 ? -1 : r};
-            first.set.weight[r][t] = t == 0 ? 4 : 8;
-            first.point(r, t, 0, obs[t][r], t == 0 ? 8 : 14, 2, 1);
+            first.set.weight[r][t] = t == 0 ? 4 : 32;
+            first.point(r, t, 0, obs[t][r], t == 0 ? 8 : 14, 2 + 2 * t, 1);
             first.point(r, t, 1, 5, 1, 0, 1);
             first.point(r, t, 2, 6, 1, -1, 1);
-            first.point(r, t, 3, 2 * obs[t][r], 1, 2, 0);
+            first.point(r, t, 3, 2 * obs[t][r], 1, 2 + 2 * t, 0);
         }
     for (int r = 0; r < 2; ++r)
         for (int p = 0; p < 4; ++p) {
@@ -286,16 +287,16 @@ TEST(Reports, PatternsAndResidualsOfHandMadeNumbers) {
 TEST(Reports, ParametersCorrelationsAndEnds) {
     const fit_files dir;
     fit f(dir.text);
-    double** cov = new_matrix<double>(15, 15);
-    for (int i = 0; i < 15; ++i)
+    double** cov = new_matrix<double>(16, 16);
+    for (int i = 0; i < 16; ++i)
         cov[i][i] = i == 6 ? 0 : 1e-4 * (i + 1) * (i + 1); // fe is not determined
     cov[0][1] = 0.75 * 0.01 * 0.02;
     cov[3][12] = -0.6 * 0.04 * 0.13;
     cov[2][5] = 0.45 * 0.03 * 0.06;
-    fitpar_sigma_to_csd_fed(f.cr, 2, f.sets, 15, cov);
+    fitpar_sigma_to_csd_fed(f.cr, 2, f.sets, 16, cov);
     const outcome shown = run_child([&] {
         par_output_short(f.cr, 2, f.sets, stderr, "shift.txt");
-        output_corr_coef(f.cr, 2, f.sets, 15, cov, "corr.txt", stdout);
+        output_corr_coef(f.cr, 2, f.sets, 16, cov, "corr.txt", stdout);
     });
     EXPECT_EQ(shown.err, reference("parameters.txt"));
     EXPECT_EQ(shown.out, reference("parameters.txt") + reference("corr_console.txt"));
@@ -436,7 +437,7 @@ TEST(RefineFaults, EachMessageOnce) {
         {[&] { calc_Gshift_grad(3, -1, 1, 2, 2, nullptr, nullptr, picture, nullptr, picture); },
          "$$ (calc_Gshift_int) Too large shift. Abort.)", ""},
         {[&] { search_csd_fed(0, f.cr, 0, f.sets); }, "$$error: (search_csd_fed) invalid ntp=0\n", ""},
-        {[&] { search_csd_fed(15, f.cr, 2, f.sets); }, "$$error: (search_csd_fed) invalid ntp=15\n", ""},
+        {[&] { search_csd_fed(16, f.cr, 2, f.sets); }, "$$error: (search_csd_fed) invalid ntp=16\n", ""},
         {[&] { f.cr.site[0].bf = 3; searched(); }, "$$error: invalid bf\n", ""},
         {invalid(6, searched), "$$error: (fget_low_g_cst) invalid lof_type(=6)\n", ""},
         {invalid(5, searched), "$$error: lof_type=5 not available\n", ""},
