@@ -13,7 +13,7 @@
 
 #include <unistd.h>
 
-#include "job_util.h"
+#include "refine_util.h"
 
 using namespace orvel_test;
 namespace fs = std::filesystem;
@@ -40,13 +40,6 @@ enum { par,
        chisq,
        alpha };
 
-using changes = std::vector<std::array<std::string, 2>>;
-static std::string with(std::string text, const changes& list) {
-    for (const auto& [part, by] : list)
-        text = replaced(text, part, by);
-    return text;
-}
-
 // Off by 8 to 15 %.
 static const changes off = {
     {"0.12 ADJ", "0.13 ADJ"},
@@ -61,11 +54,11 @@ struct parameter {
 };
 
 // A run of orvel_fit and what its console tells.
-struct fit : outcome {
+struct fit_run : outcome {
     std::vector<table> cycles; // per kernel call the rows of numbers: par, chisq, alpha ..., beta
     std::map<std::string, parameter> end;
     double gof = 0;
-    explicit fit(const outcome& run) : outcome(run) {
+    explicit fit_run(const outcome& run) : outcome(run) {
         std::smatch m;
         for (const std::string& line : lines_of(out)) {
             std::istringstream in(line.substr(std::min(line.size(), line.find(' '))));
@@ -82,8 +75,8 @@ struct fit : outcome {
 };
 
 struct fit_dir : job_dir {
-    fit run(const std::vector<std::string>& arguments) const {
-        return fit(run_child([&] {
+    fit_run run(const std::vector<std::string>& arguments) const {
+        return fit_run(run_child([&] {
             std::vector<char*> argv = {const_cast<char*>("orvel_fit")};
             for (const std::string& argument : arguments)
                 argv.push_back(const_cast<char*>(argument.c_str()));
@@ -92,23 +85,24 @@ struct fit_dir : job_dir {
             execv(ORVEL_FIT_PROGRAM, argv.data());
             _exit(127);
         },
-                             300));
+                                 300));
     }
-    fit run(const std::string& text, const std::vector<std::string>& options) const {
+    fit_run run(const std::string& text, const std::vector<std::string>& options) const {
         write_file("a.dat", text);
         std::vector<std::string> arguments = {"a.dat"};
         arguments.insert(arguments.end(), options.begin(), options.end());
         return run(arguments);
     }
     // Data of a crystal; then the refinement from another one.
-    fit recover(const std::string& from, const std::string& start, const std::vector<std::string>& options = {}) const {
+    fit_run recover(const std::string& from, const std::string& start,
+                    const std::vector<std::string>& options = {}) const {
         EXPECT_EQ(run(from, {"--simulate"}).status, 0);
         return run(start, options);
     }
 };
 } // namespace
 
-static void expect_recovered(const fit& end, const std::map<std::string, double>& values) {
+static void expect_recovered(const fit_run& end, const std::map<std::string, double>& values) {
     EXPECT_EQ(end.status, 0) << end.out << end.err;
     EXPECT_TRUE(contains(end.out, "\n  ** Normal convergence **\n\n")) << end.out;
     EXPECT_LE(end.cycles.size(), 10u);
@@ -124,18 +118,18 @@ static void expect_recovered(const fit& end, const std::map<std::string, double>
 TEST(Fit, RecoversACoordinateAndAgain) {
     const fit_dir dir;
     const std::map<std::string, double> values = {{"x", 0.12}, {"B", 0.5}, {"scale", 1}, {"thickness", 700}};
-    const fit end = dir.recover(truth, with(truth, off), {"--dump-normal"});
+    const fit_run end = dir.recover(truth, with(truth, off), {"--dump-normal"});
     expect_recovered(end, values);
     ASSERT_GT(end.cycles.size(), 3u);
     // The refined file starts at the minimum and stays there, with all its names.
-    const fit again = dir.run({"a_fit.txt", "--dump-normal"});
+    const fit_run again = dir.run({"a_fit.txt", "--dump-normal"});
     expect_recovered(again, values);
     ASSERT_EQ(again.cycles.size(), 1u);
     EXPECT_NEAR(again.cycles[0][chisq][0], end.cycles.back()[chisq][0], 1e-3);
     EXPECT_TRUE(contains(read_file("a_fit.txt"), "\n=0.5*x+0.35  CST  x2  #x (frac. coord.)\n"));
     // Other ways to the same point.
     for (const char* setting : {"svd_flag 0", "flag_modified_marquardt 0"}) {
-        const fit other = dir.run(with(with(truth, off), {{"}EPS", std::string(setting) + "\n}EPS"}}), {});
+        const fit_run other = dir.run(with(with(truth, off), {{"}EPS", std::string(setting) + "\n}EPS"}}), {});
         for (const auto& [id, found] : end.end)
             EXPECT_NEAR(other.end.at(id).value, found.value, 0.02 * found.esd) << setting << id;
     }
@@ -160,17 +154,25 @@ TEST(Fit, RecoversAStructureFactor) {
                                           {"0.5 ADJ", "0.55 ADJ"},
                                           {"0.8 ADJ", "0.7 ADJ"},
                                           {"900 ADJ", "840 ADJ"}});
-    const fit end = dir.recover(from, start, {"--dump-normal"});
+    const fit_run end = dir.recover(from, start, {"--dump-normal"});
     expect_recovered(end, {{"F100", 5}, {"B", 0.5}, {"scale2", 0.8}, {"thickness2", 900}});
     EXPECT_EQ(end.end.at("a").esd, 0) << "the restraint alone, in both data sets";
+    // The first cycle of a process is told, and its patterns stay.
+    char told[80];
+    std::snprintf(told, sizeof told, "\n$$ 1st cycle\nchisq of the 1st cycle = %g.\n", end.cycles[0][chisq][0]);
+    for (const std::string& text : {end.out, read_file("a_log.txt")}) {
+        EXPECT_TRUE(contains(text, std::string(told) + "Intensity output: a_fst0.txt\nIntensity output: a_fst1.txt\n"));
+        EXPECT_EQ(text.find("1st cycle", text.find("a_fst1.txt")), std::string::npos);
+    }
+    EXPECT_NE(read_file("a_fst1.txt"), read_file("a_res1.txt"));
 }
 
 // A disk that was measured beside its place is found up to what the interpolation of the measured
 // points leaves, a tenth of their distance.
 TEST(Fit, RecoversAShift) {
     const fit_dir dir;
-    const fit end = dir.recover(with(truth, {{"0 FIX H1", "-0.06 FIX H1"}, {"0 FIX G1", "=2*H1 CST G1"}}),
-                                with(truth, {{"0 FIX H1", "0 ADJ H1"}, {"0 FIX G1", "0 ADJ G1"}}));
+    const fit_run end = dir.recover(with(truth, {{"0 FIX H1", "-0.06 FIX H1"}, {"0 FIX G1", "=2*H1 CST G1"}}),
+                                    with(truth, {{"0 FIX H1", "0 ADJ H1"}, {"0 FIX G1", "0 ADJ G1"}}));
     EXPECT_EQ(end.status, 0) << end.out;
     std::smatch m;
     const std::string shifts = read_file("a_shift.txt");
@@ -185,7 +187,7 @@ TEST(Fit, RecoversAShift) {
 TEST(Fit, OneCycleMovesNothing) {
     const fit_dir dir;
     const std::string start = with(with(truth, off), {{"}EPS", "perturb_step 0.00001\n}EPS"}});
-    const fit one = dir.recover(truth, start, {"--cycles", "1", "--dump-normal"});
+    const fit_run one = dir.recover(truth, start, {"--cycles", "1", "--dump-normal"});
     ASSERT_EQ(one.cycles.size(), 1u) << one.out;
     EXPECT_TRUE(contains(one.out, "\n  ** Not converged **\n"));
     EXPECT_TRUE(fs::exists("a_fg0.txt"));
@@ -230,7 +232,7 @@ TEST(Fit, OneCycleMovesNothing) {
         double value[2], at[2];
         for (std::size_t side = 0; side < 2; ++side) {
             const std::string by = std::to_string(rows[par][j] * (side == 0 ? 0.9999 : 1.0001)) + " ADJ";
-            const fit moved = dir.run(with(start, {{off[j][1], by}}), {"--cycles", "1", "--dump-normal"});
+            const fit_run moved = dir.run(with(start, {{off[j][1], by}}), {"--cycles", "1", "--dump-normal"});
             value[side] = moved.cycles.at(0)[par][j];
             at[side] = moved.cycles.at(0)[chisq][0];
         }
@@ -248,8 +250,9 @@ TEST(Fit, FixedAndRestrained) {
         {"100 FIX kV", "100 ADJ kV"},
         {"0 FIX width", "0 ADJ width"},
         {"0.13 ADJ x", "0.121 RST x 1e-7"},
+        {"}EPS", "scale_rst_chisq 4\n}EPS"},
     };
-    const fit end = dir.recover(truth, with(with(truth, off), more), {"--dump-normal"});
+    const fit_run end = dir.recover(truth, with(with(truth, off), more), {"--dump-normal"});
     EXPECT_EQ(end.status, 0) << end.out;
     for (const char* warning : {"[0] a stays fixed: derivatives hold the geometry of the cell.",
                                 "[3] H stays fixed: no derivative is computed for it.",
@@ -263,7 +266,7 @@ TEST(Fit, FixedAndRestrained) {
         EXPECT_EQ(end.end.at(id).esd, 0) << id;
     }
     EXPECT_NEAR(end.end.at("x").value, 0.121, 1e-5);
-    EXPECT_NEAR(end.end.at("x").esd, 1e-7, 1e-9);
+    EXPECT_NEAR(end.end.at("x").esd, 1e-7 / 2, 1e-9); // a restraint four times as strong
     EXPECT_GT(std::fabs(end.end.at("thickness").value - 756), 30);
     for (const table& rows : end.cycles)
         for (std::size_t k = 0; k < 4; ++k)
@@ -278,7 +281,7 @@ TEST(Fit, Inseparable) {
     const changes half = {{"0.12 ADJ x", "0.12 FIX x"}, {"0.5 ADJ B\n1\n", "0.5 FIX B\n0.5 ADJ o1\n"}};
     const std::string other = with(site, {{"0.12 ADJ x", "0.12"}, {"0.5 ADJ B\n1\n", "0.5\n0.5 ADJ o2\n"}});
     const std::string from = with(truth, {{site, with(site, half) + other}, {"ATOM{\n2", "ATOM{\n3"}});
-    const fit end = dir.recover(from, with(from, {{"700 ADJ", "720 ADJ"}}));
+    const fit_run end = dir.recover(from, with(from, {{"700 ADJ", "720 ADJ"}}));
     EXPECT_EQ(end.status, 0) << end.out;
     for (const std::string id : {"[0] o1", "[1] o2"})
         EXPECT_TRUE(contains(end.out, "$$Warning: the data do not separate " + id + " from other")) << end.out;
@@ -291,7 +294,7 @@ static const changes far_off = {{"0.5 ADJ", "2 ADJ"}, {"700 ADJ", "950 ADJ"}};
 
 TEST(Fit, RejectedTrialIsTakenBack) {
     const fit_dir dir;
-    const fit end = dir.recover(truth, with(truth, far_off), {"--cycles", "5", "--dump-normal"});
+    const fit_run end = dir.recover(truth, with(truth, far_off), {"--cycles", "5", "--dump-normal"});
     ASSERT_EQ(end.cycles.size(), 5u) << end.out;
     EXPECT_EQ(end.cycles[1][par][2], 0.5) << "half the scale factor, and no less";
     EXPECT_GT(end.cycles[3][chisq][0], end.cycles[2][chisq][0]);
@@ -302,7 +305,7 @@ TEST(Fit, RejectedTrialIsTakenBack) {
     EXPECT_EQ(read_file("a_res0.txt"), pattern) << "one call is kept back";
 }
 
-TEST(Fit, Ends) {
+TEST(Fit, StopsByEachCriterion) {
     const struct {
         std::string setting;
         changes start;
@@ -316,7 +319,7 @@ TEST(Fit, Ends) {
     const fit_dir dir;
     ASSERT_EQ(dir.run(truth, {"--simulate"}).status, 0);
     for (const auto& c : cases) {
-        const fit end = dir.run(with(with(truth, c.start), {{"}EPS", c.setting + "\n}EPS"}}), {});
+        const fit_run end = dir.run(with(with(truth, c.start), {{"}EPS", c.setting + "\n}EPS"}}), {});
         EXPECT_EQ(end.status, 0) << end.out;
         EXPECT_TRUE(contains(end.out, c.message)) << c.setting << end.out;
         EXPECT_TRUE(contains(read_file("a_log.txt"), c.message)) << c.setting;
@@ -356,7 +359,7 @@ TEST(Fit, Simulates) {
 
     const std::string measured = replaced(first, "# simulated", "# measured");
     write_file("a.int", measured);
-    const fit refused = dir.run(truth, {"--simulate"});
+    const fit_run refused = dir.run(truth, {"--simulate"});
     EXPECT_EQ(refused.status, 1);
     EXPECT_TRUE(ends_with(refused.out, "$$ a.int is no simulated file and stays. Abort.\n")) << refused.out;
     EXPECT_EQ(read_file("a.int"), measured);
@@ -364,7 +367,8 @@ TEST(Fit, Simulates) {
 
 TEST(Fit, EveryAllocationFails) {
     const fit_dir dir;
-    write_file("a.dat", with(truth, {{"2\n11\n", "2\n2\n"}, {"11 2\n", "7 0\n"}, {"1 -1 0\n-1 1 0\n2 0 0\n-2 0 0\n0 2 0\n0 -2 0\n", ""}}));
+    const std::string outer = "1 -1 0\n-1 1 0\n2 0 0\n-2 0 0\n0 2 0\n0 -2 0\n";
+    write_file("a.dat", with(truth, {{"2\n11\n", "2\n2\n"}, {"11 2\n", "7 0\n"}, {outer, ""}}));
     expect_memory_faults([&] { return dir.run({"a.dat", "--simulate"}); });
     ASSERT_EQ(dir.run({"a.dat", "--simulate"}).status, 0);
     expect_memory_faults([&] { return dir.run({"a.dat", "--cycles", "2"}); });
@@ -396,13 +400,13 @@ TEST(Fit, BadCommandLines) {
         {{"a.dat", "--seed", "2"}, "--noise and --seed belong to --simulate"},
     };
     for (const auto& c : cases) {
-        const fit end = dir.run(c.arguments);
+        const fit_run end = dir.run(c.arguments);
         EXPECT_EQ(end.out, "$$ " + c.message + ". Abort.\n" + usage);
         EXPECT_EQ(end.err, "");
         EXPECT_EQ(end.status, 1) << c.message;
     }
     EXPECT_FALSE(fs::exists("a_log.txt"));
-    const fit help = dir.run({"a.dat", "--help"});
+    const fit_run help = dir.run({"a.dat", "--help"});
     EXPECT_TRUE(begins_with(help.out, usage)) << help.out;
     EXPECT_EQ(help.status, 0);
 }
@@ -434,7 +438,7 @@ TEST(Fit, BadFiles) {
     const fit_dir dir;
     ASSERT_EQ(dir.run(truth, {"--simulate"}).status, 0);
     for (const auto& c : cases) {
-        const fit end = dir.run(with(truth, {c.change}), c.options);
+        const fit_run end = dir.run(with(truth, {c.change}), c.options);
         EXPECT_EQ(end.status, 1) << c.end;
         EXPECT_TRUE(ends_with(end.err.empty() ? end.out : end.err, c.end)) << c.end << end.out << end.err;
     }

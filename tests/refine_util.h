@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Crystals, data sets and cycles for the tests of the refinement kernel: a triclinic crystal of two
-// atoms, the text of a data set with a smooth measured pattern, and a fit that is read from such texts,
-// numbered, and run cycle by cycle.
+// One refinement problem for all tests of the refinement kernel: reference/fit_mode.txt has two lit data
+// sets with two reflections and two thicknesses each, every kind of value, and no two numbers alike. A
+// fit is read from that text, changed or as it is, numbered, and run cycle by cycle.
 #pragma once
 
 #include <cmath>
@@ -17,70 +17,91 @@ namespace orvel_test {
 
 using namespace orvel;
 
-// ---- crystals and data sets -----------------------------------------------------------------
-
-// Two atoms without symmetry, so that every value changes the potential. NAME marks a kind word.
-inline const std::string cell = "1\n4.1\n5.2\n6.3\n85\n95\n100\n";
-inline std::string iso(const std::string& x, const std::string& B, const std::string& occ) {
-    return "Si\n" + x + "\n0.11\n0.23\nISO\n" + B + "\n" + occ + "\n0\n";
-}
-inline const std::string other_atom = "Ge\n0\n0\n0\nISO\n0.5\n1\n0\n";
-inline const std::string aniso = "Si\n0.3\n0.11\n0.23\nANISO\n0.012 ADJ v\n0.01\n0.008\n0.001\n0.002\n0.0005\n1\n0\n";
-inline const std::string four_beams = "0\n4 1\n0 0 0\n1 0 0\n0 1 0\n-1 0 0\n1 1 0\n";
-
-inline std::string data_set_text(const std::string& scale, const std::string& thickness, const std::string& shift) {
-    return "DATA_SET{\nINCIDENT_BEAM{\n0 0 1\n0 0 1\n1 0 0\n0.1\n-0.05\n100\n}INCIDENT_BEAM\n"
-           "CALC_KXY_RANGE{\n2\n7\n0.4\n}CALC_KXY_RANGE\nBEAM_SEARCH{\n" +
-           four_beams + "}BEAM_SEARCH\nINTENSITY_DATA{\nint.txt\n1\n2\n}INTENSITY_DATA\n"
-                        "THICKNESS_BLOCK{\nSTW_PAR{\n" +
-           scale + "\n" + thickness + "\n0\n0 0\n}STW_PAR\nREFLEX_SHIFT_PAR{\n0 0 0\n" + shift +
-           "\n0\n1 0 0 0.5\n0\n0\n}REFLEX_SHIFT_PAR\n}THICKNESS_BLOCK\n}DATA_SET\n";
+// A text of the folder reference, which tells how each is founded.
+inline std::string reference(const std::string& name) {
+    return read_file(std::filesystem::path(ORVEL_REFERENCE_DIR) / name);
 }
 
-// A smooth measured pattern on 9 x 9 points that reach beyond the disk.
-inline std::string intensity_text(const std::string& head = "FIT_EXPDATA_RAW\n") {
-    std::string text = head + "CR{\n0 0 0\n0 0 0\n0 0 0\n0 0 0\n0.1 -0.05\n}CR\nPAR{\n1\n2\n81 9\n-0.5 0.5 -0.5 0.5\n}PAR\nTHICKNESS{\n";
-    for (const char* g : {"0 0 0", "1 0 0"}) {
-        text += std::string("RF{\n") + g + "\n";
-        for (int i = 0; i < 81; ++i)
-            text += std::to_string(3000 + 40 * (i % 9) - 25 * (i / 9)) + " 50\n" + (i % 9 == 8 ? "\n" : "");
-        text += "}RF\n";
+using changes = std::vector<std::array<std::string, 2>>;
+inline std::string with(std::string text, const changes& list) {
+    for (const auto& [part, by] : list)
+        text = replaced(text, part, by);
+    return text;
+}
+
+// What a function prints on the console.
+template <class F>
+std::string console_of(F function) {
+    testing::internal::CaptureStdout();
+    function();
+    return testing::internal::GetCapturedStdout();
+}
+
+// A smooth measured pattern of two reflections on 9 x 9 points that reach beyond the grid: at thickness t
+// level + 200 t + 40 ih - 25 ig, the second reflection 400 below; sigma 50 + ih + t.
+inline std::string intensity_text(const std::string& tilt, const std::string& second, int level) {
+    std::string text = "FIT_EXPDATA_RAW\nCR{\n0 0 0\n0 0 0\n0 0 0\n0 0 0\n" + tilt +
+                       "\n}CR\nPAR{\n2\n2\n81 9\n-0.5 0.5 -0.45 0.45\n}PAR\n";
+    for (int t = 0; t < 2; ++t) {
+        text += "THICKNESS{\n";
+        for (const std::string& g : {std::string("0 0 0"), second}) {
+            text += "RF{\n" + g + "\n";
+            for (int i = 0; i < 81; ++i)
+                text += std::to_string(level + 200 * t - (g == second ? 400 : 0) + 40 * (i % 9) - 25 * (i / 9)) + " " +
+                        std::to_string(50 + i % 9 + t) + (i % 9 == 8 ? "\n\n" : "\n");
+            text += "}RF\n";
+        }
+        text += "}THICKNESS\n";
     }
-    return text + "}THICKNESS\n";
+    return text;
 }
 
-struct settings : table_dir {
-    settings() {
-        write_file("eps.txt", "EPS_CONTROL_PARAMETERS{\nperturb_step 1e-4\n}EPS_CONTROL_PARAMETERS\n");
-        std::FILE* file = std::fopen("eps.txt", "r");
-        read_eps_ctrl_params(file);
-        std::fclose(file);
-        copy_name();
-        write_file("int.txt", intensity_text());
+// A directory with the tables and the intensity files of the problem.
+struct fit_files : table_dir {
+    const std::string text = reference("fit_mode.txt");
+    const std::string a_int = intensity_text("0.1 -0.05", "1 0 0", 900);
+    fit_files() {
+        std::snprintf(dbg.base_name, sizeof dbg.base_name, "a");
+        write_file("a.int", a_int);
+        write_file("b.int", intensity_text("0.25 -0.6", "0 1 -1", 1100));
     }
-    static void copy_name() { std::snprintf(dbg.base_name, sizeof dbg.base_name, "a"); }
 };
 
-// A crystal with its data sets, numbered, and the normal equations of its cycles.
 struct fit {
-    crystal cr;
-    int num_fed;
-    fed* sets;
-    ei* data;
+    csd cr = {};
+    int num_fed = 0, max_iteration;
+    fed* sets = nullptr;
+    ei* data = nullptr;
     int num_par, slots, num_csd, num_rst;
     std::vector<double> par, beta;
-    double** alpha;
-    double chisq = 0;
+    double **alpha = nullptr, chisq;
     std::FILE* log = std::tmpfile();
 
-    fit(const std::string& crystal_block, const std::vector<std::string>& texts) : cr(crystal_block), num_fed(int(texts.size())) {
-        sets = new_vector<fed>(texts.size());
-        data = new_vector<ei>(texts.size());
-        for (size_t i = 0; i < texts.size(); ++i) {
-            std::FILE* stream = text_stream(texts[i]);
-            input_fit_exp_dataset(sets[i], data[i], stream);
-            std::fclose(stream);
-        }
+    fit() = default;
+    explicit fit(const std::string& text) {
+        console_of([&] { read(text); });
+    }
+    ~fit() {
+        free_fed_vector(num_fed, sets);
+        free_fei_vector(num_fed, data);
+        free_csd(cr);
+        free_matrix(alpha);
+        std::fclose(log);
+    }
+    void read(const std::string& text) {
+        std::FILE* file = text_stream(text);
+        char word[line_max];
+        fget_1s(word, file);
+        read_eps_ctrl_params(file);
+        epsilon.perturb_step = 1e-4; // small, for differences
+        input_csd_cstr(cr, file, "a");
+        chk_data("FIT_CALCULATION_CONDITION{", file);
+        read_ITEM_EXP_NUM(max_iteration, num_fed, file);
+        sets = new_vector<fed>(size_t(num_fed));
+        data = new_vector<ei>(size_t(num_fed));
+        for (int i = 0; i < num_fed; ++i)
+            input_fit_exp_dataset(sets[i], data[i], file);
+        std::fclose(file);
         count_num_fitpar(cr, num_fed, sets, num_par, slots, num_csd, num_rst);
         set_csd_fed_step(cr, num_fed, sets);
         par.resize(size_t(num_par));
@@ -88,26 +109,16 @@ struct fit {
         csd_fed_to_fitpar(cr, num_fed, sets, num_par, par.data());
         alpha = new_matrix<double>(size_t(num_par), size_t(num_par));
     }
-    ~fit() {
-        free_fed_vector(num_fed, sets);
-        free_fei_vector(num_fed, data);
-        free_matrix(alpha);
-        std::fclose(log);
+    // One cycle and its console; the upper triangle of alpha starts as 77.
+    std::string cycle() {
+        return console_of([&] { loud_cycle(); });
     }
-    // One cycle; the upper triangle of alpha starts as 77.
-    void cycle() {
+    void loud_cycle() {
         for (int j = 0; j < num_par; ++j) {
             beta[size_t(j)] = 0;
             for (int k = 0; k < num_par; ++k)
                 alpha[j][k] = k > j ? 77 : 0;
         }
-        testing::internal::CaptureStdout();
-        loud_cycle();
-        testing::internal::GetCapturedStdout();
-    }
-    static inline int cycles = 0; // of this process
-    void loud_cycle() {
-        ++cycles;
         fit_context context = {&cr, sets, data, num_fed, num_csd, "a", log};
         dynamical_calculation(par.data(), num_par, alpha, beta.data(), chisq, context);
     }
@@ -116,7 +127,9 @@ struct fit {
         return row([](const fed&, const ei& e, int r, int t, int p) { return e.cal[r][t][p]; });
     }
     std::vector<double> weights() const {
-        return row([](const fed& s, const ei& e, int r, int t, int p) { return e.pixel[p].flag ? eval_weight(e.sig[r][t][p], s.weight[r][t]) : 0.0; });
+        return row([](const fed& s, const ei& e, int r, int t, int p) {
+            return e.pixel[p].flag ? eval_weight(e.sig[r][t][p], s.weight[r][t]) : 0.0;
+        });
     }
     std::vector<double> residuals() const {
         return row([](const fed&, const ei& e, int r, int t, int p) { return e.obs[r][t][p] - e.cal[r][t][p]; });
@@ -125,15 +138,12 @@ struct fit {
     std::vector<double> row(F value) const {
         std::vector<double> v;
         for (int i = 0; i < num_fed; ++i)
-            for (int r = 0; r < 2; ++r)
+            for (int r = 0; r < sets[i].num_reflex; ++r)
                 for (int t = 0; t < sets[i].num_thickness; ++t)
                     for (int p = 0; p < data[i].num_pix; ++p)
                         v.push_back(value(sets[i], data[i], r, t, p));
         return v;
     }
 };
-
-// Two restrained and adjusted values with constraints that hang on them.
-inline const std::string refined = crystal_text(cell, {"Ge\n0\n0\n0\nISO\n0.5 RST Bge 0.2\n1\n0\n", "Si\n0.3 ADJ xs\n=xs-0.2 CST ys\n0.23\nISO\n=Bge CST Bs\n1\n0\n"});
 
 } // namespace orvel_test
