@@ -181,54 +181,17 @@ TEST(Heapsort, DescendingWithPlacesAndSettledTies) {
         EXPECT_EQ(c.input, c.sorted);
         EXPECT_EQ(places, c.places);
     }
-}
-
-TEST(Dumps, MatricesColumnByColumn) {
-    complex** m = new_matrix<complex>(2, 2);
-    m[0][0] = {1, 0};
-    m[1][0] = {2.5, -1};
-    m[0][1] = {1e-7, 1e10};
-    m[1][1] = {4, 1.0 / 3};
-    const std::string rows = "0\t0\t1\t0\n1\t0\t2.5\t-1\n0\t1\t1e-07\t1e+10\n1\t1\t4\t0.333333\n";
-    EXPECT_EQ(run_child([&] { fprint_complexmat(stdout, 2, m); }).out, rows);
-    EXPECT_EQ(run_child([&] { dbg_print_cmat(2, "a_mat:", 2, m); }).out, "$$a_mat:\n" + rows);
-    EXPECT_EQ(run_child([&] { dbg_print_cvec(1, "upper_b_cond:", 2, m[1]); }).out,
-              "$$upper_b_cond:\n0\t2.5\t-1\n1\t4\t0.333333\n");
-    EXPECT_EQ(run_child([&] {
-                  dbg_print_cmat(0, "a_matrix:", 2, m);
-                  dbg_print_cvec(0, "upper_b_cond:", 2, m[1]);
-                  dbg.process_mon_flag = 2;
-                  dbg_mon("$$ silent\n");
-                  dbg.process_mon_flag = 1;
-                  dbg_mon("$$ calc_intensity\n");
-              }).out,
-              "$$ calc_intensity\n");
-    free_matrix(m);
-}
-
-TEST(Dumps, SelectionOfEachTilt) {
-    const temp_dir dir;
-    const auto dump = [&](int flag, const char* stem) {
-        return run_child([&] {
-            std::filesystem::current_path(dir.path);
-            dbg.vg_sel_chk_flag = flag;
-            copy_text(dbg.base_name, name_max, stem);
-            const int sel[] = {0, 3, 1};
-            dbg_sel_vg_init(2, 2);
-            std::printf("%d", dbg_sel_vg_active());
-            dbg_sel_vg_pos(-1, 2);
-            dbg_sel_vg_row({0.5, 0, -1e-7}, 4, 2, 1, sel);
-            dbg_dump_term();
-        });
-    };
-    EXPECT_EQ(dump(1, "a").out, "$$ Debug output ==> a.dbg\n"
-                                "$$ chk_sel_vg mode. No intensity calculation.\n1");
-    EXPECT_EQ(read_file(dir.path / "a.dbg"),
-              "H\tG\th\tk\t\tl\tnesel\tnbsel\t0\t1\t2\t3\n"
-              "-1\t2\t0.5\t0\t\t-1e-07\t2\t1\t2\t1\t0\t2\n");
-    EXPECT_EQ(dump(1, "no/a").out, "Cannot open no/a.dbg\n0");
-    EXPECT_EQ(dump(0, "b").out, "0");
-    EXPECT_FALSE(std::filesystem::exists(dir.path / "b.dbg"));
+    std::mt19937 random(3);
+    for (std::size_t n = 5; n < 40; ++n) {
+        std::vector<double> input(n), sorted;
+        std::generate(input.begin(), input.end(), random);
+        sorted = input;
+        std::vector<int> places(n, -1);
+        d_heapsort(static_cast<int>(n), sorted.data(), places.data());
+        EXPECT_TRUE(std::is_sorted(sorted.rbegin(), sorted.rend())) << n;
+        for (std::size_t i = 0; i < n; ++i)
+            EXPECT_EQ(input.at(static_cast<std::size_t>(places[i])), sorted[i]) << n;
+    }
 }
 
 TEST(Progress, StepsOfFiveOnOneLine) {
@@ -255,7 +218,13 @@ TEST(Progress, StepsOfFiveOnOneLine) {
 }
 
 TEST(Progress, Forecast) {
-    const outcome quick = run_child([] {
+    const auto work = [] {
+        const std::clock_t begin = std::clock();
+        while (std::clock() - begin < CLOCKS_PER_SEC * 12 / 100) {
+        }
+    };
+    const outcome quick = run_child([&] {
+        work(); // before the start nothing counts
         exec_time_forecast(-1);
         exec_time_forecast(100);
         exec_time_forecast(0);
@@ -270,11 +239,9 @@ TEST(Progress, Forecast) {
     EXPECT_EQ(rest, '\n');
     EXPECT_NEAR(hours * 60.0, minutes, 1e-5 * minutes);
 
-    const outcome slow = run_child([] {
+    const outcome slow = run_child([&] {
         exec_time_forecast(-1);
-        const std::clock_t begin = std::clock();
-        while (std::clock() - begin < CLOCKS_PER_SEC * 12 / 100) {
-        }
+        work();
         exec_time_forecast(6000);
         exec_time_forecast(0);
     });

@@ -12,7 +12,7 @@
 
 #include "beams/rfsearch.h"
 #include "control/orvel.h"
-#include "crystal_util.h"
+#include "job_util.h"
 
 using namespace orvel;
 using namespace orvel_test;
@@ -163,6 +163,8 @@ TEST(Beams, LimitsOneByOne) {
         EXPECT_EQ((std::array<std::size_t, 2>{result.exact.size(), result.bethe.size()}), k.counts) << &k - cases;
     }
     bs.num_g_limit = 8;
+    bs.g_max = 0.25;
+    EXPECT_EQ(found(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100, true).exact.size(), 1u) << "the sphere is open";
     for (double g_max : {0.3, -0.3}) { // only its square counts in a sphere
         bs.g_max = g_max;
         EXPECT_EQ(found(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100, true).exact,
@@ -194,10 +196,17 @@ TEST(Beams, LimitsOneByOne) {
 
 static const std::string given = "4\n1\n0 0 0\n9\n0.5\n1 0 0\n3\n-4\n0 1 0\n-2\n0\n1 0 1\n0\n0.25\n";
 
-// A run up to the report in a cubic cell with an empty site, so that only given factors show.
-static outcome run_search(const std::string& search, const std::string& base1 = "1 0 0", const std::string& site = "Si\n0\n0\n0\n0\n0.5\n0\n1\n") {
+// A cubic cell with an empty site, so that only given factors show.
+static std::string cubic_cell(const std::string& site) {
+    return crystal_text("1\n4\n4\n4\n90\n90\n90\n", {site}, given);
+}
+static const std::string empty_cell = cubic_cell("Si\n0\n0\n0\n0\n0.5\n0\n1\n");
+
+// A run up to the report.
+static outcome run_search(const std::string& search, const std::string& base1 = "1 0 0",
+                          const std::string& crystal_block = empty_cell) {
     write_file("orvel.ini", "reflex_only_flag 1\nINI_PARAM_END\n");
-    write_file("a.dat", "SIM_MODE\nEPS_CONTROL_PARAMETERS{\n}EPS_CONTROL_PARAMETERS\n" + crystal_text("1\n4\n4\n4\n90\n90\n90\n", {site}, given) +
+    write_file("a.dat", "SIM_MODE\nEPS_CONTROL_PARAMETERS{\n}EPS_CONTROL_PARAMETERS\n" + crystal_block +
                             "SIM_CALCULATION_CONDITION{\nINCIDENT_BEAM{\n0 0 1\n0 0 1\n" + base1 + "\n0\n0\n100\n}INCIDENT_BEAM\nCALC_KXY_RANGE{\n0\n1\n1.2\n}CALC_KXY_RANGE\nBEAM_SEARCH{\n" + search);
     outcome end = run_orvel(std::filesystem::current_path(), {"a.dat"});
     const std::string title = "##### Many-beam dynamical simulation #####\n";
@@ -242,6 +251,26 @@ TEST(Report, ManualListToTheLetter) {
         EXPECT_EQ(rows[4 + i].substr(0, 5), (std::array<std::string, 4>{"0\t  0", "0\t  0", "1\t  0", "3\t  1"})[i]);
 }
 
+// Atoms without a centre: both parts of a factor, which add up to it, have phases of their own.
+TEST(Report, FactorsAndTheirParts) {
+    const table_dir dir;
+    const std::string block = crystal_text("1\n4\n5\n6\n80\n95\n110\n", {"Ga\n.1\n.2\n.05\nISO\n0.6\n1\n0\n",
+                                                                             "O\n.6\n.7\n.5\nISO\n1.5\n0.9\n1\n"});
+    EXPECT_EQ(run_search("0\n2 2\n0 0 0\n1 0 0\n1 -2 0\n2 1 -1\n", "1 0 0", block).status, 0);
+    crystal c(block);
+    const lattice lat = lattice_of(c);
+    for (const std::vector<double>& row : numbers(report_file().substr(report_file().find("\n0\t")))) {
+        const hkl g = {static_cast<int>(row.at(1)), static_cast<int>(row[2]), static_cast<int>(row[3])};
+        int flag;
+        const complex fg = crystal_fg(fg_total, g, c, 100, lat, nullptr, flag), ela = crystal_fg(fg_ela, g, c, 100, lat, nullptr, flag),
+                      inela = crystal_fg(fg_inela, g, c, 100, lat, nullptr, flag);
+        const double wanted[] = {std::sqrt(sq_abs(hkl2rhkl(g.h, g.k, g.l), lat)), fg.re, fg.im, c_abs(fg), ela.re, ela.im, inela.re, inela.im};
+        for (std::size_t i = 0; i < 8; ++i)
+            EXPECT_NEAR(row.at(8 + i), wanted[i], 5.1e-7) << g.h << g.k << g.l << " " << i;
+        EXPECT_EQ(row[7], row[0] < 2 ? 0 : 1);
+    }
+}
+
 TEST(Report, EverySearchMethod) {
     const table_dir dir;
     static const struct {
@@ -275,7 +304,7 @@ TEST(Beams, Faults) {
     const struct {
         std::string out, err;
         std::vector<std::string> searches;
-        std::string base1 = "1 0 0", site = "Si\n0\n0\n0\n0\n0.5\n0\n1\n";
+        std::string base1 = "1 0 0", block = empty_cell;
     } cases[] = {
         {"Invalid flag_bs\n", "", {"4\n", "-1\n", "14\n", "2e9\n"}},
         {file_end, "", {"", "1\n", "1\n9 0.3 0 1\n", "13\n9 0.3 0 1\n1 1 1\n"}},
@@ -288,7 +317,7 @@ TEST(Beams, Faults) {
         {wg + "$$ Invalid g_max(=nan). Abort.\n", "", {"1\n9 nan 0 0\n" + row}},
         {wg + "$$ Invalid g_max(=1000). Abort.\n", "", {"1\n9 1000 0 0\n" + row}},
         {wg + "$Error in zolz_ort_base: g2 = 0", "", {"1\n9 0.3 0 0\n" + row}, "0 0 1"},
-        {wg + "$$ Invalid af. Abort.\n", "", {"1\n9 0.4 0 0\n" + row}, "1 0 0", "Si\n0\n0\n0\n0\n0.5\n1\n2\n"},
+        {wg + "$$ Invalid af. Abort.\n", "", {"1\n9 0.4 0 0\n" + row}, "1 0 0", cubic_cell("Si\n0\n0\n0\n0\n0.5\n1\n2\n")},
         {counts + "Exact = 0, Bethe = 0. Abort.\n", "", {"0\n0 0\n"}},
         {counts + "Exact = -1, Bethe = 2. Abort.\n", "", {"0\n-1 2\n"}},
         {counts + "Exact = 2, Bethe = -1. Abort.\n", "", {"10\n2 -1\n"}},
@@ -297,7 +326,7 @@ TEST(Beams, Faults) {
     };
     for (const auto& c : cases) {
         for (const std::string& search : c.searches) {
-            const outcome end = run_search(search, c.base1, c.site);
+            const outcome end = run_search(search, c.base1, c.block);
             EXPECT_EQ(end.out, c.out) << search;
             EXPECT_EQ(end.err, c.err) << search;
             EXPECT_EQ(end.status, 1) << search;

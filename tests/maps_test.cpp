@@ -272,65 +272,39 @@ TEST(Maps, RunsOfARow) {
         cond.base_x2 = {0.2, 0.4, -0.9};
         std::vector<hkl> beams(to_size(c.n));
         std::vector<complex> coef[2];
+        complex** columns = new_matrix<complex>(to_size(c.n), 2); // of a potential, and of twice a state
         for (hkl& g : beams) {
             const auto index = [&] { return static_cast<int>(c.largest * real(random)); };
             g = {index(), index(), index()};
-            coef[0].push_back({real(random), real(random)});
-            coef[1].push_back({real(random), real(random)});
+            complex* row = columns[&g - beams.data()];
+            row[0] = {real(random), real(random)};
+            row[1] = {real(random), real(random)};
+            coef[0].push_back(row[0]);
+            coef[1].push_back({row[1].re / 2, row[1].im / 2});
         }
+        const std::vector<double> beta(to_size(c.n), 4);
+        const r_hkl K_t = {0.3, -0.2, 0.7};
         map_waves rows = new_map_waves(cond, c.n, beams.data());
         const double tolerance = 1e-12 * c.n * std::max(1, c.largest / 30);
         for (double x : {0.0, -0.37, 4.5})
             for (int iy = 0, count = 0; iy < c.ny; iy += count) {
                 count = start_run(rows, x, iy);
-                for (const auto& a : coef) {
-                    complex sums[wave_run_max];
-                    sum_run(rows, a.data(), sums);
-                    for (int j = 0; j < count; ++j) {
-                        const r_uvw r = map_point(cond, x, map_coordinate(iy + j, c.ny, -1.3, 1.9));
-                        const complex plain = calc_inv_fourier(r, c.n, beams.data(), a.data());
-                        EXPECT_LT(c_abs(c_sub(sums[j], plain)), tolerance) << c.n << " beams, point " << iy + j;
-                    }
+                complex V[wave_run_max], S[wave_run_max];
+                sum_run(rows, coef[0].data(), V);
+                sum_run(rows, coef[1].data(), S);
+                for (int j = 0; j < count; ++j) {
+                    const r_uvw r = map_point(cond, x, map_coordinate(iy + j, c.ny, -1.3, 1.9));
+                    const complex pairs[][2] = {
+                        {V[j], calc_projpot(r, c.n, beams.data(), columns)},
+                        {S[j], calc_inv_fourier(r, c.n, beams.data(), coef[1].data())},
+                        {c_mul(S[j], plane_wave(K_t, r)),
+                         calc_bloch_state_func_ug(1, r, c.n, beams.data(), K_t, beta.data(), columns)}};
+                    for (const auto& [fast, plain] : pairs)
+                        EXPECT_LT(c_abs(c_sub(fast, plain)), tolerance) << c.n << " beams, point " << iy + j;
                 }
             }
+        free_matrix(columns);
         free_map_waves(rows);
-    }
-}
-
-TEST(Maps, Physics) {
-    const table_dir dir;
-    const std::string si = "5.431\n5.431\n5.431\n90\n90\n90\n", gaas = "5.653\n5.653\n5.653\n90\n90\n90\n";
-    const struct {
-        std::string block;
-        double a, electrons;
-        int light, heavy; // i = j = k at an atom of each kind
-    } cases[] = {
-        {crystal_text("227\n" + si, {"Si\n0.125\n0.125\n0.125\nISO\n0.46\n1\n0\n"}), 5.431, 112, 2, 2},
-        {crystal_text("216\n" + gaas, {"Ga\n0\n0\n0\nISO\n0.6\n1\n0\n", "As\n0.25\n0.25\n0.25\nISO\n0.6\n1\n1\n"}), 5.653, 256, 0, 4},
-    };
-    for (const auto& c : cases) {
-        const crystal record(c.block);
-        run(parameters(ed3, c.block, three_beams, "UNITCELL_XYZ\n16 16 16"));
-        const volume_map ed("a_ed.3ed"), elastic("a_pt.3ed");
-        run(parameters(pt3, c.block, three_beams, "UNITCELL_XYZ\n16 16 16"));
-        const volume_map re("a_pt.3ed"), im("a_ptim.3ed");
-        double mean = 0;
-        for (int p = 0; p < 256; ++p)
-            mean += ed.mean_along_c(p / 16, p % 16) / 256;
-        EXPECT_NEAR(mean * c.a * c.a * c.a, c.electrons, 1e-5 * c.electrons);
-        for (const volume_map* map : {&ed, &re, &im}) {
-            EXPECT_GT(map->at(c.light, c.light, c.light), 0.3 * map->largest);
-            EXPECT_NEAR(map->at(c.heavy, c.heavy, c.heavy), map->largest, 1e-5 * map->largest);
-            for (int n = 0; n < 5 * record.num_sym_op; ++n) {
-                const int i = n % 5, j = 3 * i + 1, k = i + 2;
-                const r_uvw r = gen_pos({i / 16.0, j / 16.0, k / 16.0}, record.sym_op[n / 5]);
-                const auto place = [](double x) { return static_cast<int>(std::lround(16 * x)) + 64; };
-                EXPECT_NEAR(map->at(place(r.u), place(r.v), place(r.w)), map->at(i, j, k), 2e-6 * map->largest);
-            }
-        }
-        // Each part of the potential is a real function: neither leaks into the map of the other.
-        for (int p = 0; p < 16 * 16 * 16; ++p)
-            EXPECT_NEAR(re.at(p / 256, p / 16 % 16, p % 16), elastic.at(p / 256, p / 16 % 16, p % 16), 2e-6 * re.largest);
     }
 }
 

@@ -200,7 +200,7 @@ TEST(Fields, ValueLines) {
 }
 
 // Everything that ends the process, with the exact text on the exact stream.
-TEST(Ends, MessagesStreamsStatus) {
+TEST(Readers, RefusedInput) {
     const std::string eof = "$$ Unexpected end of file. Abort.\n";
     const std::string format = "$$ Data format error has been found at WORD{.\n$$ Abort.\n";
     const std::string unknown = "$$ The next line could not be recognized.\n";

@@ -137,7 +137,7 @@ TEST(Run, NameFromThePrompt) {
 
 // What stops a run in front of its job: the end of the console, all of standard error, and the
 // stem of the log, whose last line is the parameter file's name (no stem: no log).
-TEST(Run, Ends) {
+TEST(Run, StoppedBeforeItsJob) {
     const std::string unknown = "SIM_MODUS\n" + settings;
     const std::string no_job = "$$ chk_data: EPS_CONTROL_PARAMETERS{ ok.\n"
                                "##### Job mode SIM_MODUS is not supported. Abort.\n";
@@ -189,27 +189,4 @@ TEST(Run, Ends) {
     EXPECT_TRUE(ends_with(usage.out, no_ini + "Usage: orvel parameter_file (with extension)\n"));
     EXPECT_EQ(usage.status, 1);
     EXPECT_TRUE(fs::is_empty(dir.path));
-}
-
-// Each job word brings its title to log and console before any of its blocks is read.
-TEST(Run, JobTitles) {
-    static const char* const jobs[][2] = {
-        {"SIM_MODE", "Many-beam dynamical simulation"},
-        {"SIM_COHERENT_MODE", "Many-beam dyn. sim. of coherent CBED patterns"},
-        {"DISPSURF_MODE", "Calculation of dispersion surface"},
-        {"BLOCH_MODE", "Calculation of Bloch states"},
-        {"TFRINGE_MODE", "Calculation of thickness fringes"},
-        {"E_DENSITY_PROJ_MODE", "Calculation of projected electron density"},
-        {"POTENTIAL_REIM_PROJ_MODE", "Calculation of projected potential"},
-        {"E_DENSITY_3D_UNITCELL_MODE", "Calculation of 3D electron density"},
-        {"POTENTIAL_REIM_3D_UNITCELL_MODE", "Calculation of 3D electrostatic potential"},
-    };
-    for (const auto& [word, title] : jobs) {
-        const run_dir dir;
-        const outcome end = dir.run("a.dat", std::string(word) + " remark\n" + settings);
-        const std::string head = "parameter_file: a.dat\n##### " + std::string(title) + " #####\n";
-        EXPECT_TRUE(contains(end.out, head + "$$ ")) << end.out;
-        EXPECT_TRUE(ends_with(read_file(dir.path / "a_log.txt"), last_frame + head)) << word;
-        EXPECT_EQ(end.status, 1) << word;
-    }
 }

@@ -226,7 +226,7 @@ TEST(SimJob, FactorsBeyondTheTablesAreToldAndUsed) {
 }
 
 // Everything that stops the job: the end of the console, all of standard error, status 1.
-TEST(SimJob, Ends) {
+TEST(SimJob, RefusedInput) {
     const std::string mesh = "0\n3\n0.5\n", hint = "$$$$ Caution!!! CALC_KXY_RANGE must be before BEAM_SEARCH. $$\n";
     const std::string format = "$$ Data format error has been found at ", parallel = "$Error in zolz_ort_base: g2 = 0";
     const std::string last = "}OUTPUT_THICKNESS\n}SIM_CALCULATION_CONDITION\n";

@@ -118,6 +118,7 @@ TEST(AtomicFactors, RangesOfTheTable) {
         {0, -.1, 100, 2, 2, 0},
         {0, .4, 100, 0, 2, 0},
         {0, 6, 100, 0, 2, f_over_beta},
+        {0, 6, 0.5, 0, 2, 2 / std::sqrt(511.25 / 261638.25)},
         {1, 6, 100, 0, 2, f_over_beta},
         {1, 6.1, 100, 2, 2, 0},
         {.5, 7, 100, 2, 2, f_over_beta},
@@ -165,7 +166,8 @@ TEST(AtomicFactors, Files) {
     const std::string head = dts + gm + "%\nGMS2\n" + numbers(0, 5) + numbers(5, 5), other = "A\nX\nX\nX\nX\nX\nX\nX\nX\nX\n";
     const std::string codes = numbers(0, 13) + numbers(13, 13) + numbers(26, 13) + numbers(39, 13);
     const std::string entry = "X\n7 8\n" + numbers(100, 9) + "COMMENT{\nX\n}COMMENT\n" + numbers(109, 9) + numbers(118, 9) + codes;
-    write_file("orvelbk.dat", head + other + "X \n1\n2\n3\n4\n5\n6\n7\n8\n9\n" + entry + numbers(52, 10));
+    const std::string whole = head + other + "X \n1\n2\n3\n4\n5\n6\n7\n8\n9\n" + entry + numbers(52, 10);
+    write_file("orvelbk.dat", whole);
     const bk_tbl t = read_atom_dat_table("X");
     EXPECT_EQ((std::vector<double>{t.dts[0], t.dts[26], t.gm[5], t.gms2[9], t.mlt_fct, t.add_fct, t.dt[0], t.dt[26]}),
               (std::vector<double>{0, 26, 5, 9, 7, 8, 100, 126}));
@@ -176,7 +178,7 @@ TEST(AtomicFactors, Files) {
         const std::string& message;
         std::vector<std::string> tables;
     } cases[] = {
-        {bad, {"", dts, dts + "GMS2\n", replaced(head, "DTS", "SDT") + entry, head + entry, head + "X", head + replaced(entry, "7 8", "7"), head + other + "X\r\n1 2\r\n"}},
+        {bad, {"", dts, replaced(whole, "DTS", "SDT"), replaced(whole, "GM\n", "G\n"), replaced(whole, "GMS2", "GM"), head + entry, head + "X", head + replaced(entry, "7 8", "7"), head + other + "X\r\n1 2\r\n"}},
         {unknown, {head, head + other, head + "x\n"}},
     };
     for (const auto& c : cases) {
