@@ -1,29 +1,23 @@
 // SPDX-License-Identifier: MIT
 //
-// Scalars, shapes, matrix products, the sort, the matrix writers, and the two progress aids.
+// Scalars, memory that is not to be had, the sort, and the two progress aids.
 #include <algorithm>
-#include <complex>
+#include <cmath>
 #include <cstdint>
 #include <ctime>
-#include <numeric>
 #include <random>
 
 #include <gtest/gtest.h>
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/utils.h"
-#include "numeric/cmatutil.h"
 #include "numeric/complex.h"
-#include "numeric/data_out.h"
 #include "numeric/vecmat.h"
 #include "numeric/workspace.h"
 #include "test_util.h"
 
 using namespace orvel;
 using namespace orvel_test;
-
-static std::complex<double> std_of(complex z) { return {z.re, z.im}; }
 
 TEST(Complex, ExactValues) {
     EXPECT_EQ(c_abs({0.0, -2.0}), 2.0);
@@ -56,54 +50,6 @@ TEST(Complex, ExactValues) {
     EXPECT_FALSE(std::isfinite(c_div({1.0, 1.0}, {0.0, 0.0}).re)) << "nothing is trapped";
 }
 
-TEST(Complex, AgreesWithTheStandardLibrary) {
-    std::mt19937 random(1);
-    std::normal_distribution<double> normal;
-    for (int i = 0; i < 1000; ++i) {
-        const complex a = {normal(random), normal(random)};
-        const complex b = {normal(random), normal(random)};
-        const struct {
-            const char* name;
-            complex got;
-            std::complex<double> wanted;
-        } cases[] = {
-            {"add", c_add(a, b), std_of(a) + std_of(b)},
-            {"sub", c_sub(a, b), std_of(a) - std_of(b)},
-            {"mul", c_mul(a, b), std_of(a) * std_of(b)},
-            {"div", c_div(a, b), std_of(a) / std_of(b)},
-            {"conj", c_conj(a), std::conj(std_of(a))},
-            {"exp", c_exp(a), std::exp(std_of(a))},
-            {"sqrt", c_sqrt(a), std::sqrt(std_of(a))},
-            {"polar", {c_abs(a), c_arg(a)}, {std::abs(std_of(a)), std::arg(std_of(a))}},
-        };
-        for (const auto& c : cases)
-            EXPECT_LT(std::abs(std_of(c.got) - c.wanted), 4e-15 * (1 + std::abs(c.wanted))) << c.name;
-    }
-}
-
-// Every element of a shape is its place in the one block, and starts as zero.
-TEST(Shapes, OneBlockInRowMajorOrder) {
-    const std::size_t d0 = 2, d1 = 3, d2 = 4, d3 = 5;
-    double**** t = new_tensor4<double>(d0, d1, d2, d3);
-    double* base = t[0][0][0];
-    EXPECT_TRUE(std::all_of(base, base + d0 * d1 * d2 * d3, [](double x) { return x == 0.0; }));
-    std::iota(base, base + d0 * d1 * d2 * d3, 0.0);
-    EXPECT_EQ(t[1][2][3][4], 119.0);
-    EXPECT_EQ(t[1][0][2][1], 71.0);
-    EXPECT_EQ(&t[0][2][0][0], base + 2 * d2 * d3);
-    free_tensor4(t);
-
-    complex*** u = new_tensor<complex>(3, 2, 7);
-    EXPECT_EQ(&u[2][1][6], u[0][0] + 41);
-    free_tensor(u);
-    complex** m = new_matrix<complex>(3, 2);
-    EXPECT_EQ(&m[2][1], m[0] + 5);
-    free_matrix(m);
-    free_matrix(nullptr);
-    free_tensor(nullptr);
-    free_tensor4(nullptr);
-}
-
 TEST(Shapes, WithoutMemoryTheRunEnds) {
     const std::size_t much = std::size_t{1} << 40;
     EXPECT_EQ(size_product(much, much), SIZE_MAX);
@@ -127,41 +73,6 @@ TEST(Shapes, WithoutMemoryTheRunEnds) {
         EXPECT_EQ(end.status, 1);
         EXPECT_EQ(run_child([&] { c.check(&c); }).status, 0);
     }
-}
-
-TEST(Matrices, ProductsAgreeWithDirectSums) {
-    const int n = 3, m = 5, l = 4;
-    std::mt19937 random(2);
-    std::normal_distribution<double> normal;
-    complex** a = new_matrix<complex>(n, l);
-    complex** b = new_matrix<complex>(l, m);
-    complex** c = new_matrix<complex>(n, m);
-    complex** s = new_matrix<complex>(n, n);
-    complex** r = new_matrix<complex>(n, n);
-    for (int i = 0; i < n * l; ++i)
-        a[0][i] = {normal(random), normal(random)};
-    for (int i = 0; i < l * m; ++i)
-        b[0][i] = {normal(random), normal(random)};
-    c_matmult(n, m, l, c, a, b);
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < m; ++j) {
-            std::complex<double> sum = 0.0;
-            for (int k = 0; k < l; ++k)
-                sum += std_of(a[i][k]) * std_of(b[k][j]);
-            EXPECT_LT(std::abs(sum - std_of(c[i][j])), 1e-14) << i << " " << j;
-        }
-
-    c_matcopy2(n, a, s); // the left square of a
-    c_matmult(n, n, n, r, s, b);
-    c_matmult2(n, s, b);
-    c_matsub2(n, s, r); // the same product in both ways
-    for (int i = 0; i < n * n; ++i)
-        EXPECT_EQ(c_abs(s[0][i]), 0.0);
-    c_matmult(n, n, 0, r, a, b);
-    EXPECT_EQ(c_abs(r[2][2]), 0.0) << "an empty sum";
-    c_matmult(-9, -9, -9, nullptr, nullptr, nullptr); // nothing
-    for (complex** matrix : {a, b, c, s, r})
-        free_matrix(matrix);
 }
 
 TEST(Heapsort, DescendingWithPlacesAndSettledTies) {

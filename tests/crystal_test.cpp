@@ -5,7 +5,6 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -117,68 +116,6 @@ TEST(Symmetry, TableFaults) {
     }
     std::filesystem::remove("orvelspg.dat");
     expect_faults({{read, "Cannot open orvelspg.dat.\n", ""}});
-}
-
-// ---- the table of this program ---------------------------------------------------------------
-
-namespace {
-struct group {
-    int num_ops, flag, hex;
-    char letter[2];
-    std::vector<sym_op> ops;
-    explicit group(int number) {
-        sym_op* read = read_sp_group_tbl(number, num_ops, flag, letter, hex);
-        ops.assign(read, read + num_ops);
-        std::free(read);
-    }
-};
-} // namespace
-
-// Letter, general positions, inversion flag, hexagonal axes.
-TEST(Symmetry, GroupsOfTheTable) {
-    const table_dir dir;
-    static const std::pair<int, const char*> groups[] = {{15, "C 8 1 0"}, {43, "F 16 0 0"}, {141, "I 32 1 0"}, {146, "R 9 0 1"}, {227, "F 192 1 0"}, {1010, "A 4 0 0"}, {1013, "B 4 0 0"}, {1459, "R 12 1 0"}, {1525, "F 192 0 0"}};
-    for (const auto& [number, expected] : groups) {
-        const group g(number);
-        std::ostringstream text;
-        text << g.letter << ' ' << g.num_ops << ' ' << g.flag << ' ' << g.hex;
-        EXPECT_EQ(text.str(), expected) << number;
-    }
-}
-
-static bool even(int n) { return n % 2 == 0; }
-
-// Reflection conditions of the International Tables: P21/c, Pnma, R3c, P63/mmc, Fd-3m.
-static const struct {
-    int number;
-    bool (*present)(int h, int k, int l);
-} rules[] = {
-    {14, [](int h, int k, int l) { return (k != 0 || even(l)) && (h || l || even(k)); }},
-    {62, [](int h, int k, int l) { return (h != 0 || even(k + l)) && (l != 0 || even(h)); }},
-    {161, [](int h, int k, int l) { return (k + l - h) % 3 == 0 &&
-                                           ((h && k && h + k) || even(l)); }},
-    {194, [](int h, int k, int l) { return (h - k) * (h + 2 * k) * (2 * h + k) != 0 || even(l); }},
-    {227, [](int h, int k, int l) {
-         return even(h + k) && even(k + l) && (h != 0 || (k + l) % 4 == 0) &&
-                (k != 0 || (h + l) % 4 == 0) && (l != 0 || (h + k) % 4 == 0);
-     }},
-};
-
-TEST(Symmetry, ReflectionConditionsOfTheTable) {
-    const table_dir dir;
-    atom site = {};
-    site.x = 0.13717, site.y = 0.28931, site.z = 0.41459, site.multiplicity = site.occupancy = 1;
-    const double one = 1, zero = 0;
-    for (const auto& rule : rules) {
-        const group g(rule.number);
-        const double noise = g.hex == 1 ? 1e-5 : 1e-11; // seven-digit thirds in R groups
-        for (int i = 0; i < 15 * 15 * 8; ++i) {
-            const int h = i % 15 - 7, k = i / 15 % 15 - 7, l = i / 225;
-            const complex f = calc_structure_factor_ph(h, k, l, 0, g.num_ops, g.ops.data(), 1, &site, &one, &zero);
-            ASSERT_EQ(std::hypot(f.re, f.im) > noise * g.num_ops, rule.present(h, k, l))
-                << rule.number << ": " << h << ' ' << k << ' ' << l;
-        }
-    }
 }
 
 // ---- the block ------------------------------------------------------------------------------

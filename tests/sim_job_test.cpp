@@ -47,8 +47,6 @@ struct sim_dir : job_dir {
 };
 } // namespace
 
-static const std::string fg_error = "$$ Error in Fg calc. You should check params.\n";
-
 TEST(SimJob, EveryLineOfConsoleAndFiles) {
     const sim_dir dir;
     const outcome end = dir.run(two_beams);
@@ -214,15 +212,6 @@ TEST(SimJob, SelectionOfEachTilt) {
     EXPECT_EQ(between(without.out, "$$ vg_select_flag = 1\n", "$$ num_k_points"), "Cannot open a.dbg\n");
     EXPECT_EQ(blocked.file("a_rs0.txt"), plain.file("a_rs0.txt"));
     EXPECT_EQ(usual.status + without.status + end.status, 0);
-}
-
-TEST(SimJob, FactorsBeyondTheTablesAreToldAndUsed) {
-    const sim_dir dir;
-    const outcome end = dir.run(replaced(two_beams, "2 0\n0 0 0\n1 0 0\n", "3 0\n0 0 0\n1 0 0\n99 0 0\n"));
-    EXPECT_EQ(between(end.out, "95%100%\n", "\n$$ vg_select_flag"), fg_error);
-    EXPECT_EQ(between(dir.file("a_log.txt"), "simulation #####\n", "\n"), fg_error.substr(0, fg_error.size() - 1));
-    EXPECT_EQ(end.status, 0);
-    EXPECT_TRUE(fs::exists(dir.path / "a_rs1.txt"));
 }
 
 // Everything that stops the job: the end of the console, all of standard error, status 1.

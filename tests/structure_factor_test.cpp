@@ -375,61 +375,6 @@ TEST(StructureFactors, PartsAndTheirSymmetry) {
                    {[&] { lofg_to_fg(1, 0, 0, 5, lofg_value(), 1, c.sym_op, 2, c.site, c.bk, c.xdt, 200, lat); }, "$$ Invalid lof_type. Abort.\n", ""}});
 }
 
-TEST(StructureFactors, StockAndItsCapacity) {
-    const table_dir dir;
-    epsilon.general_eps = 1e-10;
-    crystal c(crystal_text("227\n5.43\n5.43\n5.43\n90\n90\n90\n", {"Si\n.125\n.125\n.125\nISO\n0.5\n1\n0\n"}));
-    const lattice lat = lattice_of(c);
-    fg_stock stock = new_stock(3);
-    phase_table phases = new_phase_table(c, {3, 3, 91});
-    stock.phases = &phases; // all but the far reflections use them
-    int flag = 7;
-    const auto value = [&](int h, int k, int l) { return std_of(stocked_fg({h, k, l}, c, 100, lat, stock, flag)); };
-    EXPECT_EQ(value(1, 0, 0), 0.0);
-    EXPECT_EQ(flag, 0);
-    expect_near({calc_F_0_re(192, 1, c.site, c.bk), 0}, 8 * c.bk[0].dt[0] / 1000, "eight atoms at zero angle");
-    EXPECT_EQ(stock.count, 6) << "a forbidden reflection is stocked with its equivalents";
-    const cplx beyond = value(80, 0, 0);
-    EXPECT_EQ(flag, 1);
-    EXPECT_EQ(value(0, -80, 0).real() + value(80, 0, 0).real(), 2 * beyond.real());
-    EXPECT_EQ(flag, 0) << "what is stocked raises no flag";
-
-    stock_fg_tbl_sym(1, 1, 1, {5, 0}, stock, c.num_sym_op, c.sym_op);
-    stock_fg_tbl_sym(1, 1, 1, {6, 0}, stock, c.num_sym_op, c.sym_op);
-    EXPECT_EQ(value(1, 1, 1), 5.0) << "the earlier value counts";
-    EXPECT_EQ(stock.count, 12 + 8 + 1);
-    EXPECT_EQ(search_g_table(stock.count, 1, 1, 1, stock.g), 12);
-    EXPECT_EQ(search_g_table(12, 1, 1, 1, stock.g), -1);
-    const sym_op same = operation("X,Y,Z");
-    for (int h = 1000; stock.count < stock_max - 5; ++h)
-        stock_fg_tbl_sym(h, 0, 0, {1, 0}, stock, 1, &same);
-    EXPECT_NE(value(1, 3, 5), 0.0);
-    // The last five places go to the reflection and its first equivalents in the order of the operations.
-    for (int n = 0, place = stock_max - 4; place < stock_max && n < c.num_sym_op; ++n) {
-        const hkl e = gen_reflex({1, 3, 5}, c.sym_op[n]);
-        const int found = search_g_table(stock.count, e.h, e.k, e.l, stock.g);
-        EXPECT_TRUE(found == place || (found >= stock_max - 5 && found < place)) << n << " " << found;
-        place += found == place;
-    }
-    const cplx late = value(3, 3, 5);
-    EXPECT_EQ(stock.count, stock_max);
-    EXPECT_EQ(search_stock(stock, {3, 3, 5}), -1);
-    EXPECT_EQ(value(3, 3, 5), late) << "a full stock changes no value";
-    for (int k : {1, 3, 3, 1, -1, -1}) { // with the first, one more than there is room for notes
-        const cplx far = value(1, k, 91);
-        EXPECT_EQ(flag, 1) << "every time, as it is not stocked";
-        EXPECT_EQ(far, std_of(crystal_fg(fg_total, {1, k, 91}, c, 100, lat, &phases, flag)));
-        EXPECT_EQ(search_stock(stock, {1, k, 91}), -1);
-    }
-    EXPECT_EQ(stock.num_notes, 3);
-    EXPECT_EQ(stock.count, stock_max);
-    flag = 7;
-    EXPECT_EQ(value(1, 1, 1), 5.0);
-    EXPECT_EQ(flag, 0);
-    free_phase_table(phases);
-    free_stock(stock);
-}
-
 TEST(StructureFactors, LowOrderKinds) {
     const table_dir dir;
     epsilon.general_eps = 1e-10;
@@ -454,19 +399,4 @@ TEST(StructureFactors, LowOrderKinds) {
         expect_near(stocked_fg({0, -1, -2}, c, 100, lat, stock, flag), wanted, "equivalent");
         free_stock(stock);
     }
-}
-
-// 1/0.020886563 = 47.8777 V A^2. V = 100 A^3 at 100 kV: Ug = 1.19569507 / (100 pi) = 0.00380601562
-// and xi = 1 / (Ug x 0.0370143766).
-TEST(StructureFactors, Conversions) {
-    const lattice lat = bravai(4, 5, 5, 90, 90, 90);
-    expect_near(fg_to_vg({1, -2}, lat), cplx(1, -2) * 100.0 / 0.020886563 / 10000.0, "Vg");
-    EXPECT_NEAR(fg_to_vg({1, 0}, lat).re, 0.478777, 5e-7);
-    EXPECT_NEAR(fg_to_ug({1, 2}, 100, lat).im, 2 * 0.00380601562, 1e-11);
-    const double gamma = relativ_corr(100), lambda = wavelength(100);
-    expect_near(vg_to_ug(fg_to_vg({3, 4}, lat), gamma), std_of(fg_to_ug({3, 4}, 100, lat)), "Ug");
-    EXPECT_NEAR(fg_to_xig2({0, -1}, gamma, lambda, lat), 1 / (0.00380601562 * 0.0370143766), 1e-4);
-    EXPECT_NEAR(vg_to_xig(fg_to_vg({3, 4}, lat), gamma, lambda), fg_to_xig2({5, 0}, gamma, lambda, lat), 1e-6);
-    EXPECT_EQ(fg_to_xig2({0, 2e-10}, gamma, lambda, lat), 1e10);
-    EXPECT_EQ(vg_to_xig({0, 0}, gamma, lambda), 1e10);
 }
