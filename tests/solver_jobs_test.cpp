@@ -275,11 +275,13 @@ TEST(SolverJobs, BlochStates) {
     string scripted;
     for (int j : {1, 2}) {
         const string line = lines_of(read_file("a_kn.txt")).at(static_cast<std::size_t>(1 + j)), branch = number(j);
-        scripted += "a_b" + branch + ".txt\n" + branch + "    # branch\n" + line.substr(line.rfind(' ') + 1) + "    # eps^2\n";
+        scripted +=
+            "a_b" + branch + ".txt\n" + branch + "    # branch\n" + line.substr(line.rfind(' ') + 1) + "    # eps^2\n";
     }
     EXPECT_EQ(read_file("a_dre.txt"),
               "DRENU_SCRIPT\nBLOCH_VISUAL_MODE\nHTML_OPEN\na_.html\nBLOCH_VISUAL\na\na_pp.txt\n1    # branch_begin\n"
-              "2    # branch_end\n" + scripted + "HTML_CLOSE\n");
+              "2    # branch_end\n" +
+                  scripted + "HTML_CLOSE\n");
     // Without points along x there are heads alone.
     run_to_end(dir, file(bloch, one, {{"1 2\n", "1 1\n"}, {"2 1\n0.5", "0 -3\n0.5"}}));
     EXPECT_EQ(lines_of(read_file("a_pp.txt")).size() + lines_of(read_file("a_b1.txt")).size(), 9U);
@@ -344,7 +346,10 @@ TEST(SolverJobs, BranchesMakeUpTheWave) {
     problem p = polar;
     p.beams = "10\n5 2\n0 0 0\n1 0 0\n0 -1 0\n-1 1 0\n1 1 -1\n2 0 0\n0 2 0\n";
     const job_dir dir;
-    const changes more = {{"1 2\n}", "1 5\n}"}, {both, "3\n0 0 0\n0 -1 0\n1 1 -1\n}"}, {"700\n", "240\n"}, {"# SETTINGS", "bc_accuracy 0.9"}};
+    const changes more = {{"1 2\n}", "1 5\n}"},
+                          {both, "3\n0 0 0\n0 -1 0\n1 1 -1\n}"},
+                          {"700\n", "240\n"},
+                          {"# SETTINGS", "bc_accuracy 0.9"}};
     run_to_end(dir, file(dispsurf, p, more));
     const table ds = numbers(read_file("a_ds.txt")), amp = numbers(read_file("a_amp.txt")),
                 intensity = numbers(read_file("a_int.txt"));

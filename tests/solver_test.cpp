@@ -86,7 +86,8 @@ struct solved_tilt {
 } // namespace
 
 static const std::string triclinic =
-    crystal_text("1\n4.1\n4.6\n5.3\n82\n97\n105\n", {"Ga\n0.1\n0.25\n0.05\nISO\n0.6\n1\n0\n", "As\n0.63\n0.7\n0.52\nISO\n0.5\n0.9\n1\n"});
+    crystal_text("1\n4.1\n4.6\n5.3\n82\n97\n105\n",
+                 {"Ga\n0.1\n0.25\n0.05\nISO\n0.6\n1\n0\n", "As\n0.63\n0.7\n0.52\nISO\n0.5\n0.9\n1\n"});
 
 static solved_tilt solve(const specimen& s, r_hkl K_t, const std::vector<double>& thickness) {
     work_cal_int work;
@@ -116,7 +117,8 @@ TEST(Solver, WavesOfTheBranches) {
     const int branch[] = {2, 0}, pos[] = {2, -1, 0, 3, 1};
     const double beta[] = {4, 1.5, 0.7};
     const complex value[] = {{-0.02, 0.001}, {9, 9}, {0.01, 0.002}}, bc[] = {{0.3, -0.4}, {9, 9}, {2, 0}};
-    const complex rows[3][3] = {{{0, 0}, {9, 9}, {1, 0}}, {{0.2, 0.5}, {9, 9}, {-0.1, 0.6}}, {{1, -2}, {9, 9}, {0.4, 3}}};
+    const complex rows[3][3] = {
+        {{0, 0}, {9, 9}, {1, 0}}, {{0.2, 0.5}, {9, 9}, {-0.1, 0.6}}, {{1, -2}, {9, 9}, {0.4, 3}}};
     const complex* const vectors[] = {rows[0], rows[1], rows[2]};
     const complex psi = psi_limited_ug(0, 1000, 3, 2, branch, -25, beta, value, vectors, bc);
     EXPECT_NEAR(psi.re, 0.24034343, 1e-8);
@@ -129,7 +131,8 @@ TEST(Solver, WavesOfTheBranches) {
         const double t = thickness[i % 150];
         const complex one = psi_limited_ug(pos[i / 150], t, 3, 2, branch, -25, beta, value, vectors, bc);
         EXPECT_LT(c_abs(c_sub(many[i], one)), 1e-14) << i;
-        EXPECT_EQ(psi_to_intensity_limited_ug(pos[i / 150], t, 3, 2, branch, -25, beta, value, vectors, bc), c_norm(one));
+        EXPECT_EQ(psi_to_intensity_limited_ug(pos[i / 150], t, 3, 2, branch, -25, beta, value, vectors, bc),
+                  c_norm(one));
         EXPECT_EQ(c_norm(one) == 0, i / 150 % 2 == 1) << i;
     }
 }
@@ -186,9 +189,11 @@ static vec cross(const vec& a, const vec& b) { return a.cshift(1) * b.cshift(2) 
 // diagonal and 2 K S + i U'(0) on it, and B = 1 + g_n / K_n. No square root of B, no eigenvector.
 static matrix waves_by_exponential(const specimen& s, r_hkl K_t, const solved_tilt& tilt, double t) {
     const csd& c = s.xtal;
-    const double rad = pi / 180, cg = std::cos(c.gamma * rad), sg = std::sin(c.gamma * rad), cb = std::cos(c.beta * rad);
+    const double rad = pi / 180, cg = std::cos(c.gamma * rad), sg = std::sin(c.gamma * rad),
+                 cb = std::cos(c.beta * rad);
     const double c_y = (std::cos(c.alpha * rad) - cb * cg) / sg;
-    const vec a1 = {c.a, 0, 0}, a2 = {c.b * cg, c.b * sg, 0}, a3 = {c.c * cb, c.c * c_y, c.c * std::sqrt(1 - cb * cb - c_y * c_y)};
+    const vec a1 = {c.a, 0, 0}, a2 = {c.b * cg, c.b * sg, 0},
+              a3 = {c.c * cb, c.c * c_y, c.c * std::sqrt(1 - cb * cb - c_y * c_y)};
     const double vol = dot(a1, cross(a2, a3));
     const vec b1 = cross(a2, a3) / vol, b2 = cross(a3, a1) / vol, b3 = cross(a1, a2) / vol;
     const auto at = [&](double h, double k, double l) { return vec(h * b1 + k * b2 + l * b3); };
@@ -215,7 +220,8 @@ static matrix waves_by_exponential(const specimen& s, r_hkl K_t, const solved_ti
         F_0 += c.bk[i].dt[0] / 1000 * c.site[i].occupancy;
     const double K = std::sqrt(1 / (lambda * lambda) + F_0 * U_per_F);
     const double K_matrix = std::sqrt(1 / (lambda * lambda) + U(0, 0, 0).real());
-    const vec k_t = at(K_t.h, K_t.k, K_t.l), n = along(s.p.normal_uvw), k = k_t - std::sqrt(K * K - dot(k_t, k_t)) * along(s.p.zone_uvw);
+    const vec k_t = at(K_t.h, K_t.k, K_t.l), n = along(s.p.normal_uvw),
+              k = k_t - std::sqrt(K * K - dot(k_t, k_t)) * along(s.p.zone_uvw);
     const double K_n = dot(k, n);
 
     places beams = tilt.exact;
@@ -239,28 +245,38 @@ static matrix waves_by_exponential(const specimen& s, r_hkl K_t, const solved_ti
 
 TEST(Solver, WavesAgreeWithTheMatrixExponential) {
     static const struct {
-        const char* what;
         double kv;
         uvw zone, normal;
         r_hkl base1;
         const char* search;
         r_hkl K_t;
     } cases[] = {
-        {"zero layer", 100, {0, 0, 1}, {0, 0, 1}, {1, 0, 0}, "2\n200 1.6 0 0\n0.008 0.012 1e11\n", {0.13, -0.21, 0}},
-        {"three layers", 100, {0, 0, 1}, {0, 0, 1}, {1, 0, 0}, "2\n400 2.6 0 2\n0.012 0.014 1e11\n", {0.13, -0.21, 0}},
-        {"tilted surface, simple form", 40, {1, 0, 1}, {1, -1, 3}, {0, 1, 0}, "12\n400 2 -1 1\n0.02 0.03 1e11\n", {0.1, 0.3, -0.1}},
-        {"tilted surface, by w", 200, {1, 1, 0}, {1, 0, 0}, {0, 0, 1}, "1\n400 2.6 -1 1\n25 60 1e9\n", {-0.2, 0.2, 0.4}},
-        {"by layers, simple form", 300, {0, 1, 0}, {-1, 5, 2}, {0, 0, 1}, "13\n400 2.6 0 1\n0.006 0.008 1e11\n0.003 0.006 1e11\n", {0.2, 0, 0.1}}};
+        {100, {0, 0, 1}, {0, 0, 1}, {1, 0, 0}, // zero layer
+         "2\n200 1.6 0 0\n0.008 0.012 1e11\n",
+         {0.13, -0.21, 0}},
+        {100, {0, 0, 1}, {0, 0, 1}, {1, 0, 0}, // three layers
+         "2\n400 2.6 0 2\n0.012 0.014 1e11\n",
+         {0.13, -0.21, 0}},
+        {40, {1, 0, 1}, {1, -1, 3}, {0, 1, 0}, // tilted surface, simple form
+         "12\n400 2 -1 1\n0.02 0.03 1e11\n",
+         {0.1, 0.3, -0.1}},
+        {200, {1, 1, 0}, {1, 0, 0}, {0, 0, 1}, // tilted surface, by w
+         "1\n400 2.6 -1 1\n25 60 1e9\n",
+         {-0.2, 0.2, 0.4}},
+        {300, {0, 1, 0}, {-1, 5, 2}, {0, 0, 1}, // by layers, simple form
+         "13\n400 2.6 0 1\n0.006 0.008 1e11\n0.003 0.006 1e11\n",
+         {0.2, 0, 0.1}}};
     for (const auto& c : cases) {
         specimen s(triclinic, c.kv, c.zone, c.normal, c.base1, c.search);
         epsilon.eigmat_func = static_cast<int>(&c - cases) % 2; // both solvers
         const std::vector<double> thickness = {0, 137, 1000};
         const solved_tilt tilt = solve(s, c.K_t, thickness);
-        EXPECT_TRUE(tilt.exact.size() > 10 && tilt.exact.size() < 60 && tilt.bethe.size() > 3) << c.what;
+        EXPECT_TRUE(tilt.exact.size() > 10 && tilt.exact.size() < 60 && tilt.bethe.size() > 3) << c.search;
         for (std::size_t t = 0; t < thickness.size(); ++t) {
             const matrix wanted = waves_by_exponential(s, c.K_t, tilt, thickness[t]);
             for (std::size_t i = 0; i < wanted.size(); ++i)
-                EXPECT_LT(std::abs(wanted[i] - tilt.psi[t][tilt.exact[i]]), 1e-7) << c.what << " " << thickness[t] << " " << i;
+                EXPECT_LT(std::abs(wanted[i] - tilt.psi[t][tilt.exact[i]]), 1e-7)
+                    << c.search << " " << thickness[t] << " " << i;
         }
     }
 }
@@ -308,9 +324,11 @@ TEST(Solver, BetheReductions) {
         epsilon.invmat_func = 1;
         g_bethe(1, 1, a, b);
     });
-    const std::string trace = "$$ invmat: Numpack inv_c_mat()\n", anomalous = "$$ Anomalous termination in inv_c_mat.\n";
+    const std::string trace = "$$ invmat: Numpack inv_c_mat()\n",
+                      anomalous = "$$ Anomalous termination in inv_c_mat.\n";
     EXPECT_EQ(end.out, trace + anomalous + "$$ (invmat): inv_c_mat = 1\n-9\n" + trace + anomalous + "10\n" + trace +
-                           "$$ (inv_c_mat) invalid n or epsilon.\n$$ (invmat): inv_c_mat = 30000\n4\n$$ Invalid epsilon.invmat_func=1. Abort.\n");
+                           "$$ (inv_c_mat) invalid n or epsilon.\n$$ (invmat): inv_c_mat = 30000\n4\n"
+                           "$$ Invalid epsilon.invmat_func=1. Abort.\n");
     free_matrix(a);
     free_matrix(b);
 }
