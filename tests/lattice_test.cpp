@@ -37,9 +37,9 @@ TEST(Lattice, AgreesWithCartesianVectors) {
         const double V = dot(d[0], cross(d[1], d[2])), V2 = V * V; // a cofactor is V^2 times a reciprocal product
         const vec r[3] = {cross(d[1], d[2]) / V, cross(d[2], d[0]) / V, cross(d[0], d[1]) / V};
         const double wanted[19] = {
-            V2 * dot(r[0], r[0]), V2 * dot(r[1], r[1]), V2 * dot(r[2], r[2]),                                     // s11, s22, s33
-            V2 * dot(r[0], r[1]), V2 * dot(r[0], r[2]), V2 * dot(r[1], r[2]), V,                                  // s12, s13, s23, vol
-            dot(r[0], r[0]), dot(r[1], r[1]), dot(r[2], r[2]), dot(r[0], r[1]), dot(r[1], r[2]), dot(r[0], r[2]), // *
+            V2 * dot(r[0], r[0]), V2 * dot(r[1], r[1]), V2 * dot(r[2], r[2]),
+            V2 * dot(r[0], r[1]), V2 * dot(r[0], r[2]), V2 * dot(r[1], r[2]), V,
+            dot(r[0], r[0]), dot(r[1], r[1]), dot(r[2], r[2]), dot(r[0], r[1]), dot(r[1], r[2]), dot(r[0], r[2]),
             dot(d[0], d[0]), dot(d[1], d[1]), dot(d[2], d[2]), dot(d[0], d[1]), dot(d[1], d[2]), dot(d[0], d[2])};
         for (int i = 0; i < 19; ++i)
             EXPECT_NEAR((&lat.s11)[i], wanted[i], 1e-12 * (1 + V2)) << i;
