@@ -382,6 +382,7 @@ TEST(Solver, SelectionPerTilt) {
     complex** vg = new_matrix<complex>(6, 6);
     vg[3][0] = {0, -3};
     vg[4][0] = {3, 0};
+    vg[5][0] = {6.3e-10, 0}; // U = 5e-12 does not vanish: xi = 5.4e12
     const struct {
         int flag_bs, vg_select_flag;
         std::vector<double> Sg;
@@ -394,7 +395,7 @@ TEST(Solver, SelectionPerTilt) {
         {2, 1, {NAN, NAN, 0.1, NAN, 0.1, 0.1}, 1, 2, "202022"},
         {2, 0, {9, 0.01, -0.01, 0.005, -0.03, 0.05}, 0.01, 0.03, "222211"},
         {0, 1, {9, 9, 9, 9, 9, 9}, 0.01, 0.03, "222211"},
-        {1, 1, {9, small, -small, 1, 1, 0}, 1e10 * small, 2e10 * small, "211002"},
+        {1, 1, {9, small, -small, 1, 1, small / 300}, 1e10 * small, 2e10 * small, "211001"},
         {11, 1, {9, small, 3 * small, 0.01, -0.01, 1}, xi * 0.01 * (1 + 1e-12), 2 * xi * 0.01, "220220"},
         {1, 1, {9, 1, 1, 0.01, -0.02, 1}, xi * 0.01 * (1 - 1e-12), xi * 0.02 * (1 + 1e-12), "200110"},
         // layers 0 0 1 1 2 along [1 1 1], each with half the limits of the one before

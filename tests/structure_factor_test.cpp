@@ -256,6 +256,7 @@ TEST(StructureFactors, AgreeWithDirectSums) {
         const char* special; // a special position, if there is one
     } cases[] = {
         {"2\n3\n4\n5\n80\n95\n110\n", "0.5\n0\n0\n"},
+        {"2\n3\n4\n5\n80\n95\n110\n", "0.5\n0.0003\n0\n"}, // nearly one
         {"62\n5\n6\n7\n90\n90\n90\n", "0.1\n0.25\n0.4\n"},
         {"166\n4\n4\n9\n90\n90\n120\n", "0\n0\n0.2\n"},
         {"144\n5\n5\n7\n90\n90\n120\n", "0.3\n0.1\n0\n"}, // a screw axis of one hand
@@ -385,6 +386,9 @@ TEST(StructureFactors, PartsAndTheirSymmetry) {
     EXPECT_EQ(flag, 1);
     expect_near(calc_structure_factor(40, 0, 0, 1, c.sym_op, 1, c.site + 1, c.xdt, c.bk, 200, lat, flag), 0,
                 "beyond the table");
+    c.site[1].B = 6.1; // nor does the table of absorption reach so far
+    calc_structure_factor(1, 0, 0, 1, c.sym_op, 2, c.site, c.xdt, c.bk, 200, lat, flag);
+    EXPECT_EQ(flag, 1);
     c.site[0].af = 2; // a word of the elastic part alone
     const double bk_alone[2] = {pair[0][0], f[1]};
     EXPECT_NEAR(std::abs(part(fg_ela, 2, 1, -1) - direct_sum(c, {2, 1, -1}, sq_s, bk_alone, no)), 0, 1e-12);
@@ -395,6 +399,40 @@ TEST(StructureFactors, PartsAndTheirSymmetry) {
                    {[&] { c.site[0] = c.site[1], c.site[0].bf = 2, total(); }, "ERROR: Invalid atom.bf. Abort.\n", ""},
                    {[&] { lofg_to_fg(1, 0, 0, 5, lofg_value(), 1, c.sym_op, 2, c.site, c.bk, c.xdt, 200, lat); },
                     "$$ Invalid lof_type. Abort.\n", ""}});
+}
+
+// The earlier value of a reflection counts. A reflection beyond the tables raises its flag until it is stocked;
+// one of a full stock every time, be it noted or not.
+TEST(StructureFactors, StockAndItsFlags) {
+    const table_dir dir;
+    crystal c(crystal_text("227\n5.43\n5.43\n5.43\n90\n90\n90\n", {"Si\n.125\n.125\n.125\nISO\n0.5\n1\n0\n"}));
+    const lattice lat = lattice_of(c);
+    fg_stock stock = new_stock(3);
+    phase_table phases = new_phase_table(c, {3, 3, 91});
+    stock.phases = &phases; // all but the first far reflection use them
+    int flag = 7;
+    const auto value = [&](hkl g) { return std_of(stocked_fg(g, c, 100, lat, stock, flag)); };
+    EXPECT_EQ(value({1, 0, 0}), 0.0);
+    EXPECT_EQ(flag, 0) << "forbidden";
+    const cplx beyond = value({80, 0, 0});
+    EXPECT_EQ(flag, 1);
+    EXPECT_EQ(value({0, -80, 0}), beyond);
+    EXPECT_EQ(flag, 0);
+    stock_fg_tbl_sym(1, 1, 1, {5, 0}, stock, c.num_sym_op, c.sym_op);
+    stock_fg_tbl_sym(1, 1, 1, {6, 0}, stock, c.num_sym_op, c.sym_op);
+    for (int h = 1000; stock.count < stock_max - 5; ++h)
+        stock_fg_tbl_sym(h, 0, 0, {1, 0}, stock, 1, c.sym_op);
+    for (const hkl g : {hkl{1, 3, 5}, {1, 3, 91}, {1, 1, 91}, {1, 3, 91}, {1, -1, 91}, {-1, 1, 91}, {-1, 1, 91}}) {
+        int plain_flag;
+        EXPECT_EQ(value(g), std_of(crystal_fg(fg_total, g, c, 100, lat, &phases, plain_flag)));
+        EXPECT_EQ(flag, g.l == 91);
+        EXPECT_EQ(stock.count, stock_max);
+    }
+    EXPECT_EQ(stock.num_notes, 3);
+    EXPECT_EQ(value({1, 1, 1}), 5.0);
+    EXPECT_EQ(flag, 0);
+    free_phase_table(phases);
+    free_stock(stock);
 }
 
 TEST(StructureFactors, LowOrderKinds) {
