@@ -34,7 +34,7 @@ struct found {
     found(crystal& c, const beam_search& bs, uvw zone, r_hkl base1, double H, double G, double kv,
           bool sphere = false) {
         std::vector<hkl> e(to_size(bs.num_g_limit)), b(to_size(bs.num_g_limit));
-        int num_exact, num_bethe;
+        int num_exact = 1, num_bethe = 1;
         if (sphere)
             beam_search_sphere(num_exact, num_bethe, e.data(), b.data(), bs, kv, c);
         else
@@ -168,14 +168,27 @@ TEST(Beams, LimitsOneByOne) {
         const found result(k.c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100);
         EXPECT_EQ((std::array<std::size_t, 2>{result.exact.size(), result.bethe.size()}), k.counts) << &k - cases;
     }
+    // Absorption, which the voltage weakens, is a part of the distance.
+    int flag;
+    const lattice lat = lattice_of(c);
+    const double xi = fg_to_xig2(crystal_fg(fg_total, {1, 0, 0}, c, 200, lat, nullptr, flag),
+                                 relativ_corr(200), wavelength(200), lat);
+    bs.flag_bs = method_wg;
+    bs.disksize = 1.2;
+    bs.g_max = 0.3;
+    for (const auto& [part, count] : {std::pair(1 - 1e-9, 1u), {1 + 1e-9, 5u}}) {
+        bs.xigmax = part * xi;
+        EXPECT_EQ(found(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 200).exact.size(), count);
+    }
     bs.num_g_limit = 8;
     bs.g_max = 0.25;
-    EXPECT_EQ(found(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100, true).exact.size(), 1u) << "the sphere is open";
+    EXPECT_EQ(found(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100, true).exact.size(), 1u) << "open";
     for (double g_max : {0.3, -0.3}) { // only its square counts in a sphere
         bs.g_max = g_max;
-        EXPECT_EQ(
-            found(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100, true).exact,
-            (std::vector<indices>{{0, 0, 0}, {-1, 0, 0}, {0, -1, 0}, {0, 0, -1}, {0, 0, 1}, {0, 1, 0}, {1, 0, 0}}));
+        const found sphere(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100, true);
+        EXPECT_TRUE(sphere.bethe.empty());
+        const std::vector<indices> nearest = {{-1, 0, 0}, {0, -1, 0}, {0, 0, -1}, {0, 0, 1}, {0, 1, 0}, {1, 0, 0}};
+        EXPECT_EQ(std::vector<indices>(sphere.exact.begin() + 1, sphere.exact.end()), nearest);
     }
     int h, k, l;
     evaluate_hklmax(1, h, k, l, lattice_of(c)); // n / 4 >= 1
@@ -237,6 +250,14 @@ static const std::string zeros = "\t0.000000\t0.000000\t0.000000\t0.000000\n";
 static const std::string row_000 =
     "0\t  0\t  0\t  0\t0\t0.000000\t0.000000\t0\t0.000000\t9.000000\t0.500000\t9.013878" + zeros;
 
+// Number, h and k of each row of the report.
+static std::string places() {
+    std::string text;
+    for (const std::vector<double>& row : numbers(from(read_file("a_fg0.txt"), "\n0\t")))
+        text += number(row.at(0)) + number(row.at(1)) + number(row.at(2)) + " ";
+    return text;
+}
+
 // The base vector (1.5, 0, 0) is looked for as 100 and x is in its units; places 1 and 4 change numbers.
 TEST(Report, ManualListToTheLetter) {
     const table_dir dir;
@@ -259,10 +280,16 @@ TEST(Report, ManualListToTheLetter) {
     EXPECT_EQ(run_search("10\n" + list, "1.5 0 0").status, 0);
     EXPECT_EQ(report_file(), report);
     // Without the base vector among the exact beams, rows have their places; 000 comes first anyway.
-    EXPECT_EQ(run_search("0\n3 1\n0 1 0\n0 2 0\n0 0 0\n1 0 0\n").status, 0);
-    const std::vector<std::string> rows = lines_of(read_file("a_fg0.txt"));
-    for (std::size_t i = 0; i < 4; ++i)
-        EXPECT_EQ(rows[4 + i].substr(0, 5), (std::array<std::string, 4>{"0\t  0", "0\t  0", "1\t  0", "3\t  1"})[i]);
+    // In front of 000, it gives its place to the next.
+    static const char* const lists[][2] = {{"3 1\n0 1 0\n0 2 0\n0 0 0\n1 0 0\n", "000 001 102 310 "},
+                                           {"3 1\n1 0 0\n0 1 0\n0 0 0\n0 2 0\n", "000 110 001 302 "}};
+    for (const auto& [beams, rows] : lists) {
+        EXPECT_EQ(run_search("0\n" + std::string(beams)).status, 0);
+        EXPECT_EQ(places(), rows);
+    }
+    // Bethe beams come in their own order.
+    EXPECT_EQ(run_search("1\n9 0.3 0 0\n0 0.5 2e11\n").status, 0);
+    EXPECT_EQ(places(), "000 1-10 20-1 301 410 ");
 }
 
 // Atoms without a centre: both parts of a factor, which add up to it, have phases of their own.
@@ -273,7 +300,7 @@ TEST(Report, FactorsAndTheirParts) {
     EXPECT_EQ(run_search("0\n2 2\n0 0 0\n1 0 0\n1 -2 0\n2 1 -1\n", "1 0 0", block).status, 0);
     crystal c(block);
     const lattice lat = lattice_of(c);
-    for (const std::vector<double>& row : numbers(report_file().substr(report_file().find("\n0\t")))) {
+    for (const std::vector<double>& row : numbers(from(report_file(), "\n0\t"))) {
         const hkl g = {static_cast<int>(row.at(1)), static_cast<int>(row[2]), static_cast<int>(row[3])};
         int flag;
         const complex fg = crystal_fg(fg_total, g, c, 100, lat, nullptr, flag),

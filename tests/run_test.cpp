@@ -30,12 +30,6 @@ static const std::string bad_block =
     "$$ Data format error has been found at EPS_CONTROL_PARAMETERS{.\n$$ Abort.\n$$ buf=";
 static const std::string sim_title = "##### Many-beam dynamical simulation #####\n";
 
-static std::string with_cr(std::string text) {
-    for (std::size_t i = text.find('\n'); i != std::string::npos; i = text.find('\n', i + 2))
-        text.insert(i, "\r");
-    return text;
-}
-
 namespace {
 
 // A run in a fresh directory with the data tables, for one parameter file.
@@ -81,20 +75,6 @@ TEST(Run, ConsoleAndLogOfANormalRun) {
     };
     EXPECT_EQ(rules(console_lines), "-t-t-tttt-t-");
     EXPECT_EQ(rules(log_lines), "-t-t-ttt-t-");
-}
-
-// Line ends of another system, comments everywhere, and a log of an earlier run change nothing.
-TEST(Run, SameResultsFromOtherLineEnds) {
-    const run_dir plain, other;
-    const outcome first = plain.run("a.dat", two_beams);
-    write_file(other.path / "a_log.txt", std::string(5000, 'x'));
-    write_file(other.path / "orvel.ini", "vg_dump_flag 1\r\nINI_PARAM_END\r\n");
-    const std::string comments = "# first\nCOMMENT{\nx\n}COMMENT\n";
-    const outcome second = other.run("a.dat", with_cr(comments + two_beams));
-    EXPECT_EQ(first.status + second.status, 0) << second.out;
-    for (const char* name : {"a_log.txt", "a_rs0.txt", "a_fg0.txt", "a_dre.txt"})
-        EXPECT_EQ(read_file(plain.path / name), read_file(other.path / name)) << name;
-    EXPECT_TRUE(fs::exists(other.path / "a_vg.txt"));
 }
 
 TEST(Run, ReflectionsOnly) {
