@@ -93,6 +93,7 @@ TEST(SimJob, Meshes) {
             dir.run(replaced(replaced(all_exact, "0\n3\n0.5\n", c.mesh), "# SETTINGS", "intensity_scaling 2"));
         EXPECT_EQ(between(end.out, "num_k_points = ", "\n"), c.counts);
         EXPECT_TRUE(contains(end.out, "num_g = 2\n"));
+        EXPECT_EQ(contains(end.out, "95%100%\n    elapsed"), !ends_with(c.counts, " = 0")) << end.out;
 
         std::string origin, base;
         double max = 0.0, min = 2.0;

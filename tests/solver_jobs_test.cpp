@@ -282,6 +282,11 @@ TEST(SolverJobs, BlochStates) {
               "DRENU_SCRIPT\nBLOCH_VISUAL_MODE\nHTML_OPEN\na_.html\nBLOCH_VISUAL\na\na_pp.txt\n1    # branch_begin\n"
               "2    # branch_end\n" +
                   scripted + "HTML_CLOSE\n");
+    // Along [1 0 0] with (0 1 1) the base is G / G^2 = (0, 0.2, 1/6) / 0.067778 and a unit of [1 0 0] across it.
+    problem turned = one;
+    turned.incident = "1 0 0\n1 0 0\n0 1 1\n0\n0\n100\n";
+    EXPECT_PRED2(matches, lines_of(from(dir.run(file(bloch, turned, {{"1 2\n", "1 1\n"}})).out, "x1 = ")).at(0),
+                 "x1 = @ 0.590164 0.409836, x2 = @ -0.491803 0.491803");
     // Without points along x there are heads alone.
     run_to_end(dir, file(bloch, one, {{"1 2\n", "1 1\n"}, {"2 1\n0.5", "0 -3\n0.5"}}));
     EXPECT_EQ(lines_of(read_file("a_pp.txt")).size() + lines_of(read_file("a_b1.txt")).size(), 9U);
