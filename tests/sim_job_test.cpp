@@ -197,9 +197,10 @@ TEST(SimJob, SelectionOfEachTilt) {
 
     // K_t = (1 1 0)/2 + (-0.8 1.25 0)/2, the second vector being [0 0 1] x (1 1 0) in this cell.
     text = replaced(two_beams, "0 0 1\n1 0 0\n-0.5\n0.25\n", "0 0 1\n1 1 0\n1\n1\n");
+    text = replaced(text, "2 0\n0 0 0\n1 0 0\n", "2 1\n0 0 0\n1 0 0\n-1 0 0\n");
     EXPECT_EQ(dir.run(text, "vg_sel_chk_flag 2\nreflex_only_flag 2\n").status, 0);
     EXPECT_PRED2(matches, dir.file("a.dbg"),
-                 "H\tG\th\tk\t\tl\tnesel\tnbsel\t0\t1\n0\t0\t0.1\t1.125\t\t@\t2\t0\t2\t2\n");
+                 "H\tG\th\tk\t\tl\tnesel\tnbsel\t0\t1\t2\n0\t0\t0.1\t1.125\t\t@\t2\t1\t2\t2\t1\n");
     fs::create_directory(blocked.path / "a.dbg");
     const outcome without = blocked.run(disk, "vg_sel_chk_flag 1\n");
     EXPECT_EQ(between(without.out, "$$ vg_select_flag = 1\n", "$$ num_k_points"), "Cannot open a.dbg\n");
