@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Symmetry operations and their table, the crystal block with all its faults, multiplicities,
+// Symmetry operations and their table, the crystal block with all its faults,
 // generated positions, low-order values and constraints.
 #include <array>
 #include <cmath>
