@@ -1,29 +1,23 @@
 // SPDX-License-Identifier: MIT
 //
-// Scalars, shapes, matrix products, the sort, the matrix writers, and the two progress aids.
+// Scalars, memory that is not to be had, the sort, and the two progress aids.
 #include <algorithm>
-#include <complex>
+#include <cmath>
 #include <cstdint>
 #include <ctime>
-#include <numeric>
 #include <random>
 
 #include <gtest/gtest.h>
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/utils.h"
-#include "numeric/cmatutil.h"
 #include "numeric/complex.h"
-#include "numeric/data_out.h"
 #include "numeric/vecmat.h"
 #include "numeric/workspace.h"
 #include "test_util.h"
 
 using namespace orvel;
 using namespace orvel_test;
-
-static std::complex<double> std_of(complex z) { return {z.re, z.im}; }
 
 TEST(Complex, ExactValues) {
     EXPECT_EQ(c_abs({0.0, -2.0}), 2.0);
@@ -56,54 +50,6 @@ TEST(Complex, ExactValues) {
     EXPECT_FALSE(std::isfinite(c_div({1.0, 1.0}, {0.0, 0.0}).re)) << "nothing is trapped";
 }
 
-TEST(Complex, AgreesWithTheStandardLibrary) {
-    std::mt19937 random(1);
-    std::normal_distribution<double> normal;
-    for (int i = 0; i < 1000; ++i) {
-        const complex a = {normal(random), normal(random)};
-        const complex b = {normal(random), normal(random)};
-        const struct {
-            const char* name;
-            complex got;
-            std::complex<double> wanted;
-        } cases[] = {
-            {"add", c_add(a, b), std_of(a) + std_of(b)},
-            {"sub", c_sub(a, b), std_of(a) - std_of(b)},
-            {"mul", c_mul(a, b), std_of(a) * std_of(b)},
-            {"div", c_div(a, b), std_of(a) / std_of(b)},
-            {"conj", c_conj(a), std::conj(std_of(a))},
-            {"exp", c_exp(a), std::exp(std_of(a))},
-            {"sqrt", c_sqrt(a), std::sqrt(std_of(a))},
-            {"polar", {c_abs(a), c_arg(a)}, {std::abs(std_of(a)), std::arg(std_of(a))}},
-        };
-        for (const auto& c : cases)
-            EXPECT_LT(std::abs(std_of(c.got) - c.wanted), 4e-15 * (1 + std::abs(c.wanted))) << c.name;
-    }
-}
-
-// Every element of a shape is its place in the one block, and starts as zero.
-TEST(Shapes, OneBlockInRowMajorOrder) {
-    const std::size_t d0 = 2, d1 = 3, d2 = 4, d3 = 5;
-    double**** t = new_tensor4<double>(d0, d1, d2, d3);
-    double* base = t[0][0][0];
-    EXPECT_TRUE(std::all_of(base, base + d0 * d1 * d2 * d3, [](double x) { return x == 0.0; }));
-    std::iota(base, base + d0 * d1 * d2 * d3, 0.0);
-    EXPECT_EQ(t[1][2][3][4], 119.0);
-    EXPECT_EQ(t[1][0][2][1], 71.0);
-    EXPECT_EQ(&t[0][2][0][0], base + 2 * d2 * d3);
-    free_tensor4(t);
-
-    complex*** u = new_tensor<complex>(3, 2, 7);
-    EXPECT_EQ(&u[2][1][6], u[0][0] + 41);
-    free_tensor(u);
-    complex** m = new_matrix<complex>(3, 2);
-    EXPECT_EQ(&m[2][1], m[0] + 5);
-    free_matrix(m);
-    free_matrix(nullptr);
-    free_tensor(nullptr);
-    free_tensor4(nullptr);
-}
-
 TEST(Shapes, WithoutMemoryTheRunEnds) {
     const std::size_t much = std::size_t{1} << 40;
     EXPECT_EQ(size_product(much, much), SIZE_MAX);
@@ -129,41 +75,6 @@ TEST(Shapes, WithoutMemoryTheRunEnds) {
     }
 }
 
-TEST(Matrices, ProductsAgreeWithDirectSums) {
-    const int n = 3, m = 5, l = 4;
-    std::mt19937 random(2);
-    std::normal_distribution<double> normal;
-    complex** a = new_matrix<complex>(n, l);
-    complex** b = new_matrix<complex>(l, m);
-    complex** c = new_matrix<complex>(n, m);
-    complex** s = new_matrix<complex>(n, n);
-    complex** r = new_matrix<complex>(n, n);
-    for (int i = 0; i < n * l; ++i)
-        a[0][i] = {normal(random), normal(random)};
-    for (int i = 0; i < l * m; ++i)
-        b[0][i] = {normal(random), normal(random)};
-    c_matmult(n, m, l, c, a, b);
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < m; ++j) {
-            std::complex<double> sum = 0.0;
-            for (int k = 0; k < l; ++k)
-                sum += std_of(a[i][k]) * std_of(b[k][j]);
-            EXPECT_LT(std::abs(sum - std_of(c[i][j])), 1e-14) << i << " " << j;
-        }
-
-    c_matcopy2(n, a, s); // the left square of a
-    c_matmult(n, n, n, r, s, b);
-    c_matmult2(n, s, b);
-    c_matsub2(n, s, r); // the same product in both ways
-    for (int i = 0; i < n * n; ++i)
-        EXPECT_EQ(c_abs(s[0][i]), 0.0);
-    c_matmult(n, n, 0, r, a, b);
-    EXPECT_EQ(c_abs(r[2][2]), 0.0) << "an empty sum";
-    c_matmult(-9, -9, -9, nullptr, nullptr, nullptr); // nothing
-    for (complex** matrix : {a, b, c, s, r})
-        free_matrix(matrix);
-}
-
 TEST(Heapsort, DescendingWithPlacesAndSettledTies) {
     static const struct {
         std::vector<double> input, sorted;
@@ -181,54 +92,17 @@ TEST(Heapsort, DescendingWithPlacesAndSettledTies) {
         EXPECT_EQ(c.input, c.sorted);
         EXPECT_EQ(places, c.places);
     }
-}
-
-TEST(Dumps, MatricesColumnByColumn) {
-    complex** m = new_matrix<complex>(2, 2);
-    m[0][0] = {1, 0};
-    m[1][0] = {2.5, -1};
-    m[0][1] = {1e-7, 1e10};
-    m[1][1] = {4, 1.0 / 3};
-    const std::string rows = "0\t0\t1\t0\n1\t0\t2.5\t-1\n0\t1\t1e-07\t1e+10\n1\t1\t4\t0.333333\n";
-    EXPECT_EQ(run_child([&] { fprint_complexmat(stdout, 2, m); }).out, rows);
-    EXPECT_EQ(run_child([&] { dbg_print_cmat(2, "a_mat:", 2, m); }).out, "$$a_mat:\n" + rows);
-    EXPECT_EQ(run_child([&] { dbg_print_cvec(1, "upper_b_cond:", 2, m[1]); }).out,
-              "$$upper_b_cond:\n0\t2.5\t-1\n1\t4\t0.333333\n");
-    EXPECT_EQ(run_child([&] {
-                  dbg_print_cmat(0, "a_matrix:", 2, m);
-                  dbg_print_cvec(0, "upper_b_cond:", 2, m[1]);
-                  dbg.process_mon_flag = 2;
-                  dbg_mon("$$ silent\n");
-                  dbg.process_mon_flag = 1;
-                  dbg_mon("$$ calc_intensity\n");
-              }).out,
-              "$$ calc_intensity\n");
-    free_matrix(m);
-}
-
-TEST(Dumps, SelectionOfEachTilt) {
-    const temp_dir dir;
-    const auto dump = [&](int flag, const char* stem) {
-        return run_child([&] {
-            std::filesystem::current_path(dir.path);
-            dbg.vg_sel_chk_flag = flag;
-            copy_text(dbg.base_name, name_max, stem);
-            const int sel[] = {0, 3, 1};
-            dbg_sel_vg_init(2, 2);
-            std::printf("%d", dbg_sel_vg_active());
-            dbg_sel_vg_pos(-1, 2);
-            dbg_sel_vg_row({0.5, 0, -1e-7}, 4, 2, 1, sel);
-            dbg_dump_term();
-        });
-    };
-    EXPECT_EQ(dump(1, "a").out, "$$ Debug output ==> a.dbg\n"
-                                "$$ chk_sel_vg mode. No intensity calculation.\n1");
-    EXPECT_EQ(read_file(dir.path / "a.dbg"),
-              "H\tG\th\tk\t\tl\tnesel\tnbsel\t0\t1\t2\t3\n"
-              "-1\t2\t0.5\t0\t\t-1e-07\t2\t1\t2\t1\t0\t2\n");
-    EXPECT_EQ(dump(1, "no/a").out, "Cannot open no/a.dbg\n0");
-    EXPECT_EQ(dump(0, "b").out, "0");
-    EXPECT_FALSE(std::filesystem::exists(dir.path / "b.dbg"));
+    std::mt19937 random(3);
+    for (std::size_t n = 5; n < 40; ++n) {
+        std::vector<double> input(n), sorted;
+        std::generate(input.begin(), input.end(), random);
+        sorted = input;
+        std::vector<int> places(n, -1);
+        d_heapsort(static_cast<int>(n), sorted.data(), places.data());
+        EXPECT_TRUE(std::is_sorted(sorted.rbegin(), sorted.rend())) << n;
+        for (std::size_t i = 0; i < n; ++i)
+            EXPECT_EQ(input.at(static_cast<std::size_t>(places[i])), sorted[i]) << n;
+    }
 }
 
 TEST(Progress, StepsOfFiveOnOneLine) {
@@ -255,7 +129,13 @@ TEST(Progress, StepsOfFiveOnOneLine) {
 }
 
 TEST(Progress, Forecast) {
-    const outcome quick = run_child([] {
+    const auto work = [] {
+        const std::clock_t begin = std::clock();
+        while (std::clock() - begin < CLOCKS_PER_SEC * 12 / 100) {
+        }
+    };
+    const outcome quick = run_child([&] {
+        work(); // before the start nothing counts
         exec_time_forecast(-1);
         exec_time_forecast(100);
         exec_time_forecast(0);
@@ -270,11 +150,9 @@ TEST(Progress, Forecast) {
     EXPECT_EQ(rest, '\n');
     EXPECT_NEAR(hours * 60.0, minutes, 1e-5 * minutes);
 
-    const outcome slow = run_child([] {
+    const outcome slow = run_child([&] {
         exec_time_forecast(-1);
-        const std::clock_t begin = std::clock();
-        while (std::clock() - begin < CLOCKS_PER_SEC * 12 / 100) {
-        }
+        work();
         exec_time_forecast(6000);
         exec_time_forecast(0);
     });

@@ -12,7 +12,7 @@
 
 #include "beams/rfsearch.h"
 #include "control/orvel.h"
-#include "crystal_util.h"
+#include "job_util.h"
 
 using namespace orvel;
 using namespace orvel_test;
@@ -31,9 +31,10 @@ namespace {
 // The result of a search; room is what the lists can hold.
 struct found {
     std::vector<indices> exact, bethe;
-    found(crystal& c, const beam_search& bs, uvw zone, r_hkl base1, double H, double G, double kv, bool sphere = false) {
+    found(crystal& c, const beam_search& bs, uvw zone, r_hkl base1, double H, double G, double kv,
+          bool sphere = false) {
         std::vector<hkl> e(to_size(bs.num_g_limit)), b(to_size(bs.num_g_limit));
-        int num_exact, num_bethe;
+        int num_exact = 1, num_bethe = 1;
         if (sphere)
             beam_search_sphere(num_exact, num_bethe, e.data(), b.data(), bs, kv, c);
         else
@@ -52,12 +53,15 @@ static double dot(const vec& a, const vec& b) { return (a * b).sum(); }
 TEST(Beams, SearchesAgreeWithCartesianOnes) {
     const table_dir dir;
     epsilon.general_eps = 1e-10;
-    crystal c(crystal_text("1\n4\n5\n6\n90\n90\n90\n", {"Si\n0.1\n0.2\n0\nISO\n0.5\n1\n0\n", "O\n0.6\n0\n0.4\n0\n0.5\n1\n1\n"}));
+    crystal c(crystal_text("1\n4\n5\n6\n90\n90\n90\n",
+                           {"Si\n0.1\n0.2\n0\nISO\n0.5\n1\n0\n", "O\n0.6\n0\n0.4\n0\n0.5\n1\n1\n"}));
     const lattice lat = lattice_of(c);
-    const double kv = 100, H = 0.4, G = -0.3, gamma = 1.19569507, lambda = 0.037014376587273, pi_V = 120 * std::acos(-1.0);
+    const double kv = 100, H = 0.4, G = -0.3, gamma = 1.19569507, lambda = 0.037014376587273,
+                 pi_V = 120 * std::acos(-1.0);
     const double K = std::sqrt(1 / (lambda * lambda) + gamma * calc_F_0_re(1, 2, c.site, c.bk) / pi_V);
     const double len = std::sqrt(16.0 + 25 + 144);
-    const vec z = {4 / len, 5 / len, 12 / len}, b1 = {0.25, -0.2, 0}, b2 = {z[2] * 0.2, z[2] * 0.25, z[0] * -0.2 - z[1] * 0.25};
+    const vec z = {4 / len, 5 / len, 12 / len}, b1 = {0.25, -0.2, 0},
+              b2 = {z[2] * 0.2, z[2] * 0.25, z[0] * -0.2 - z[1] * 0.25};
 
     beam_search bs = {};
     bs.num_g_limit = 1000;
@@ -94,7 +98,8 @@ TEST(Beams, SearchesAgreeWithCartesianOnes) {
                     }
                     const double error = s[0] * s[1] < 0 ? 0 : std::fmin(std::fabs(s[0]), std::fabs(s[1]));
                     int flag;
-                    const double xi = pi_V / (gamma * lambda * c_abs(crystal_fg(fg_total, {h, k, l}, c, kv, lat, nullptr, flag)));
+                    const double xi =
+                        pi_V / (gamma * lambda * c_abs(crystal_fg(fg_total, {h, k, l}, c, kv, lat, nullptr, flag)));
                     const bool by_w = method == 1, layered = method % 10 == 3;
                     if (xi >= (layered ? bs.xigmax_lz[lz] : xigmax))
                         continue;
@@ -122,7 +127,8 @@ TEST(Beams, SearchesAgreeWithCartesianOnes) {
 TEST(Beams, LimitsOneByOne) {
     const table_dir dir;
     epsilon.general_eps = 1e-10;
-    const std::string empty = "Si\n0\n0\n0\nISO\n0\n0\n0\n", silicon = replaced(empty, "0\n0\n0\nISO\n0\n0", "0\n0\n0\nISO\n0\n1");
+    const std::string empty = "Si\n0\n0\n0\nISO\n0\n0\n0\n",
+                      silicon = replaced(empty, "0\n0\n0\nISO\n0\n0", "0\n0\n0\nISO\n0\n1");
     const auto cubic = [](const std::string& site) { return crystal_text("1\n4\n4\n4\n90\n90\n90\n", {site}); };
     crystal c(cubic(silicon)), no_atom(cubic(empty));
     const double above = 1.0000001e10;
@@ -162,11 +168,27 @@ TEST(Beams, LimitsOneByOne) {
         const found result(k.c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100);
         EXPECT_EQ((std::array<std::size_t, 2>{result.exact.size(), result.bethe.size()}), k.counts) << &k - cases;
     }
+    // Absorption, which the voltage weakens, is a part of the distance.
+    int flag;
+    const lattice lat = lattice_of(c);
+    const double xi = fg_to_xig2(crystal_fg(fg_total, {1, 0, 0}, c, 200, lat, nullptr, flag),
+                                 relativ_corr(200), wavelength(200), lat);
+    bs.flag_bs = method_wg;
+    bs.disksize = 1.2;
+    bs.g_max = 0.3;
+    for (const auto& [part, count] : {std::pair(1 - 1e-9, 1u), {1 + 1e-9, 5u}}) {
+        bs.xigmax = part * xi;
+        EXPECT_EQ(found(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 200).exact.size(), count);
+    }
     bs.num_g_limit = 8;
+    bs.g_max = 0.25;
+    EXPECT_EQ(found(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100, true).exact.size(), 1u) << "open";
     for (double g_max : {0.3, -0.3}) { // only its square counts in a sphere
         bs.g_max = g_max;
-        EXPECT_EQ(found(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100, true).exact,
-                  (std::vector<indices>{{0, 0, 0}, {-1, 0, 0}, {0, -1, 0}, {0, 0, -1}, {0, 0, 1}, {0, 1, 0}, {1, 0, 0}}));
+        const found sphere(c, bs, {0, 0, 1}, {1, 0, 0}, 0, 0, 100, true);
+        EXPECT_TRUE(sphere.bethe.empty());
+        const std::vector<indices> nearest = {{-1, 0, 0}, {0, -1, 0}, {0, 0, -1}, {0, 0, 1}, {0, 1, 0}, {1, 0, 0}};
+        EXPECT_EQ(std::vector<indices>(sphere.exact.begin() + 1, sphere.exact.end()), nearest);
     }
     int h, k, l;
     evaluate_hklmax(1, h, k, l, lattice_of(c)); // n / 4 >= 1
@@ -187,25 +209,36 @@ TEST(Beams, LimitsOneByOne) {
     EXPECT_DOUBLE_EQ(spacing(0, -2, 0, lattice_of(c)), 2.0);
     hkl list[] = {{2, 0, 0}, {0, 1, 0}, {0, 0, 0}, {0, 0, -1}, {1, 1, 0}, {-1, 0, 0}, {0, 0, 1}};
     sort_reflex(7, list, bravai(4, 4 * (1 + 1e-11), 4, 90, 90, 90)); // rounding decides no order
-    EXPECT_EQ(beams_of(7, list), (std::vector<indices>{{0, 0, 0}, {-1, 0, 0}, {0, 0, -1}, {0, 0, 1}, {0, 1, 0}, {1, 1, 0}, {2, 0, 0}}));
+    EXPECT_EQ(beams_of(7, list),
+              (std::vector<indices>{{0, 0, 0}, {-1, 0, 0}, {0, 0, -1}, {0, 0, 1}, {0, 1, 0}, {1, 1, 0}, {2, 0, 0}}));
 }
 
 // ---- whole runs -----------------------------------------------------------------------------
 
 static const std::string given = "4\n1\n0 0 0\n9\n0.5\n1 0 0\n3\n-4\n0 1 0\n-2\n0\n1 0 1\n0\n0.25\n";
 
-// A run up to the report in a cubic cell with an empty site, so that only given factors show.
-static outcome run_search(const std::string& search, const std::string& base1 = "1 0 0", const std::string& site = "Si\n0\n0\n0\n0\n0.5\n0\n1\n") {
+// A cubic cell with an empty site, so that only given factors show.
+static std::string cubic_cell(const std::string& site) {
+    return crystal_text("1\n4\n4\n4\n90\n90\n90\n", {site}, given);
+}
+static const std::string empty_cell = cubic_cell("Si\n0\n0\n0\n0\n0.5\n0\n1\n");
+
+// A run up to the report.
+static outcome run_search(const std::string& search, const std::string& base1 = "1 0 0",
+                          const std::string& crystal_block = empty_cell) {
     write_file("orvel.ini", "reflex_only_flag 1\nINI_PARAM_END\n");
-    write_file("a.dat", "SIM_MODE\nEPS_CONTROL_PARAMETERS{\n}EPS_CONTROL_PARAMETERS\n" + crystal_text("1\n4\n4\n4\n90\n90\n90\n", {site}, given) +
-                            "SIM_CALCULATION_CONDITION{\nINCIDENT_BEAM{\n0 0 1\n0 0 1\n" + base1 + "\n0\n0\n100\n}INCIDENT_BEAM\nCALC_KXY_RANGE{\n0\n1\n1.2\n}CALC_KXY_RANGE\nBEAM_SEARCH{\n" + search);
+    write_file("a.dat", "SIM_MODE\nEPS_CONTROL_PARAMETERS{\n}EPS_CONTROL_PARAMETERS\n" + crystal_block +
+                            "SIM_CALCULATION_CONDITION{\nINCIDENT_BEAM{\n0 0 1\n0 0 1\n" + base1 +
+                            "\n0\n0\n100\n}INCIDENT_BEAM\nCALC_KXY_RANGE{\n0\n1\n1.2\n}CALC_KXY_RANGE\nBEAM_SEARCH{\n" +
+                            search);
     outcome end = run_orvel(std::filesystem::current_path(), {"a.dat"});
     const std::string title = "##### Many-beam dynamical simulation #####\n";
     end.out = end.out.substr(std::min(end.out.find(title) + title.size(), end.out.size()));
     return end;
 }
 
-static const std::string columns = "i\th\tk\tl\tnlz\tx\ty\tBethe\tg\tFg_re\tFg_im\tFg_abs\tFgela_re\tFgela_im\tFginela_re\tFginela_im\n";
+static const std::string columns =
+    "i\th\tk\tl\tnlz\tx\ty\tBethe\tg\tFg_re\tFg_im\tFg_abs\tFgela_re\tFgela_im\tFginela_re\tFginela_im\n";
 // The report, with noughts of either sign alike: a projection's sign there is that of a rounding.
 static std::string report_file() {
     std::string text = read_file("a_fg0.txt");
@@ -214,32 +247,71 @@ static std::string report_file() {
     return text;
 }
 static const std::string zeros = "\t0.000000\t0.000000\t0.000000\t0.000000\n";
-static const std::string row_000 = "0\t  0\t  0\t  0\t0\t0.000000\t0.000000\t0\t0.000000\t9.000000\t0.500000\t9.013878" + zeros;
+static const std::string row_000 =
+    "0\t  0\t  0\t  0\t0\t0.000000\t0.000000\t0\t0.000000\t9.000000\t0.500000\t9.013878" + zeros;
+
+// Number, h and k of each row of the report.
+static std::string places() {
+    std::string text;
+    for (const std::vector<double>& row : numbers(from(read_file("a_fg0.txt"), "\n0\t")))
+        text += number(row.at(0)) + number(row.at(1)) + number(row.at(2)) + " ";
+    return text;
+}
 
 // The base vector (1.5, 0, 0) is looked for as 100 and x is in its units; places 1 and 4 change numbers.
 TEST(Report, ManualListToTheLetter) {
     const table_dir dir;
     const std::string list = "5 1\n0 0 0\n0 1 0\n0 2 0\n1 0 1 remark\n1 0 0\n1 0 0\n";
     const outcome end = run_search("0\n" + list, "1.5 0 0");
-    EXPECT_EQ(end.out, "Exact = 5, Bethe = 1\n$$ vg_select_flag is set to 0.\nreflex output ==> a_fg0.txt\n$$ reflex_only_flag=1. exit.\n");
+    EXPECT_EQ(end.out, "Exact = 5, Bethe = 1\n$$ vg_select_flag is set to 0.\nreflex output ==> a_fg0.txt\n$$ "
+                       "reflex_only_flag=1. exit.\n");
     EXPECT_EQ(end.err, "");
     EXPECT_EQ(end.status, 0);
-    const std::string f_100 = "0.250000\t3.000000\t-4.000000\t5.000000" + zeros, f_010 = "0.250000\t-2.000000\t0.000000\t2.000000" + zeros;
-    const std::string report = "# beam_search --> manual\n# [0 0 1]\n# Exact= 5  Bethe= 1\n" + columns + row_000 +
-                               "1\t  1\t  0\t  0\t0\t0.666667\t0.000000\t0\t" + f_100 +
-                               "4\t  0\t  1\t  0\t0\t0.000000\t0.666667\t0\t" + f_010 +
-                               "2\t  0\t  2\t  0\t0\t0.000000\t1.333333\t0\t0.500000\t0.000000\t0.000000\t0.000000" + zeros +
-                               "3\t  1\t  0\t  1\t1\t0.666667\t0.000000\t0\t0.353553\t0.000000\t0.250000\t0.250000" + zeros +
-                               "5\t  1\t  0\t  0\t0\t0.666667\t0.000000\t1\t" + f_100;
+    const std::string f_100 = "0.250000\t3.000000\t-4.000000\t5.000000" + zeros,
+                      f_010 = "0.250000\t-2.000000\t0.000000\t2.000000" + zeros;
+    const std::string report =
+        "# beam_search --> manual\n# [0 0 1]\n# Exact= 5  Bethe= 1\n" + columns + row_000 +
+        "1\t  1\t  0\t  0\t0\t0.666667\t0.000000\t0\t" + f_100 + "4\t  0\t  1\t  0\t0\t0.000000\t0.666667\t0\t" +
+        f_010 + "2\t  0\t  2\t  0\t0\t0.000000\t1.333333\t0\t0.500000\t0.000000\t0.000000\t0.000000" + zeros +
+        "3\t  1\t  0\t  1\t1\t0.666667\t0.000000\t0\t0.353553\t0.000000\t0.250000\t0.250000" + zeros +
+        "5\t  1\t  0\t  0\t0\t0.666667\t0.000000\t1\t" + f_100;
     EXPECT_EQ(report_file(), report);
     EXPECT_FALSE(std::filesystem::exists("a_rs0.txt"));
     EXPECT_EQ(run_search("10\n" + list, "1.5 0 0").status, 0);
     EXPECT_EQ(report_file(), report);
     // Without the base vector among the exact beams, rows have their places; 000 comes first anyway.
-    EXPECT_EQ(run_search("0\n3 1\n0 1 0\n0 2 0\n0 0 0\n1 0 0\n").status, 0);
-    const std::vector<std::string> rows = lines_of(read_file("a_fg0.txt"));
-    for (std::size_t i = 0; i < 4; ++i)
-        EXPECT_EQ(rows[4 + i].substr(0, 5), (std::array<std::string, 4>{"0\t  0", "0\t  0", "1\t  0", "3\t  1"})[i]);
+    // In front of 000, it gives its place to the next.
+    static const char* const lists[][2] = {{"3 1\n0 1 0\n0 2 0\n0 0 0\n1 0 0\n", "000 001 102 310 "},
+                                           {"3 1\n1 0 0\n0 1 0\n0 0 0\n0 2 0\n", "000 110 001 302 "}};
+    for (const auto& [beams, rows] : lists) {
+        EXPECT_EQ(run_search("0\n" + std::string(beams)).status, 0);
+        EXPECT_EQ(places(), rows);
+    }
+    // Bethe beams come in their own order.
+    EXPECT_EQ(run_search("1\n9 0.3 0 0\n0 0.5 2e11\n").status, 0);
+    EXPECT_EQ(places(), "000 1-10 20-1 301 410 ");
+}
+
+// Atoms without a centre: both parts of a factor, which add up to it, have phases of their own.
+TEST(Report, FactorsAndTheirParts) {
+    const table_dir dir;
+    const std::string block = crystal_text("1\n4\n5\n6\n80\n95\n110\n", {"Ga\n.1\n.2\n.05\nISO\n0.6\n1\n0\n",
+                                                                         "O\n.6\n.7\n.5\nISO\n1.5\n0.9\n1\n"});
+    EXPECT_EQ(run_search("0\n2 2\n0 0 0\n1 0 0\n1 -2 0\n2 1 -1\n", "1 0 0", block).status, 0);
+    crystal c(block);
+    const lattice lat = lattice_of(c);
+    for (const std::vector<double>& row : numbers(from(report_file(), "\n0\t"))) {
+        const hkl g = {static_cast<int>(row.at(1)), static_cast<int>(row[2]), static_cast<int>(row[3])};
+        int flag;
+        const complex fg = crystal_fg(fg_total, g, c, 100, lat, nullptr, flag),
+                      ela = crystal_fg(fg_ela, g, c, 100, lat, nullptr, flag),
+                      inela = crystal_fg(fg_inela, g, c, 100, lat, nullptr, flag);
+        const double length = std::sqrt(sq_abs(hkl2rhkl(g.h, g.k, g.l), lat));
+        const double wanted[] = {length, fg.re, fg.im, c_abs(fg), ela.re, ela.im, inela.re, inela.im};
+        for (std::size_t i = 0; i < 8; ++i)
+            EXPECT_NEAR(row.at(8 + i), wanted[i], 5.1e-7) << g.h << g.k << g.l << " " << i;
+        EXPECT_EQ(row[7], row[0] < 2 ? 0 : 1);
+    }
 }
 
 TEST(Report, EverySearchMethod) {
@@ -247,64 +319,50 @@ TEST(Report, EverySearchMethod) {
     static const struct {
         std::string block, console, head;
     } cases[] = {
-        {"1\n9 0.3 0 0\n1 2 1e11\n", "wg)... Exact = 5, Bethe = 0", "# beam_search par.: \n wgbmin=1, wgmax=2, xigmax=1e+11, lz:0-0, gmax=0.3\n"},
-        {"11.9 x\n9,0.3,0.9,-0.9,x\n0 0.5 2e11 x\n", "wg)... Exact = 1, Bethe = 4", "# beam_search par.: \n wgbmin=0, wgmax=0.5, xigmax=2e+11, lz:0-0, gmax=0.3\n"},
-        {"2\n9 0.3 0 1\n1 2 1e11\n", "sg)... Exact = 6, Bethe = 0", "# beam_search par.: \n sgbmin=1, sgmax=2, xigmax=1e+11, lz:0-1, gmax=0.3\n"},
-        {"12\n9 0.3\n1 2\n", "sg)... Exact = 1, Bethe = 0", "# beam_search par.: \n sgbmin=1, sgmax=2, xigmax=0, lz:0-0, gmax=0.3\n"},
-        {"3\n9 0.3 1 2\n1 2 1e11\n0.2 0.25 1e11\n1 2 1e11\n", "sg)... Exact = 1, Bethe = 1", "# beam_search ---> multi sg\n"},
+        {"1\n9 0.3 0 0\n1 2 1e11\n", "wg)... Exact = 5, Bethe = 0",
+         "# beam_search par.: \n wgbmin=1, wgmax=2, xigmax=1e+11, lz:0-0, gmax=0.3\n"},
+        {"11.9 x\n9,0.3,0.9,-0.9,x\n0 0.5 2e11 x\n", "wg)... Exact = 1, Bethe = 4",
+         "# beam_search par.: \n wgbmin=0, wgmax=0.5, xigmax=2e+11, lz:0-0, gmax=0.3\n"},
+        {"2\n9 0.3 0 1\n1 2 1e11\n", "sg)... Exact = 6, Bethe = 0",
+         "# beam_search par.: \n sgbmin=1, sgmax=2, xigmax=1e+11, lz:0-1, gmax=0.3\n"},
+        {"12\n9 0.3\n1 2\n", "sg)... Exact = 1, Bethe = 0",
+         "# beam_search par.: \n sgbmin=1, sgmax=2, xigmax=0, lz:0-0, gmax=0.3\n"},
+        {"3\n9 0.3 1 2\n1 2 1e11\n0.2 0.25 1e11\n1 2 1e11\n", "sg)... Exact = 1, Bethe = 1",
+         "# beam_search ---> multi sg\n"},
         {"13\n9 0.3 0 1\n1 2 5000\n1 2 1e11\n", "sg)... Exact = 4, Bethe = 0", "# beam_search ---> multi sg\n"}};
     for (const auto& c : cases) {
         const outcome end = run_search(c.block);
-        EXPECT_EQ(end.out, "Beam search (" + c.console + "\nreflex output ==> a_fg0.txt\n$$ reflex_only_flag=1. exit.\n");
+        EXPECT_EQ(end.out,
+                  "Beam search (" + c.console + "\nreflex output ==> a_fg0.txt\n$$ reflex_only_flag=1. exit.\n");
         EXPECT_EQ(end.status, 0);
         EXPECT_EQ(read_file("a_fg0.txt").substr(0, c.head.size() + 10), c.head + "# [0 0 1]\n");
     }
     crystal c(crystal_text("1\n4\n4\n4\n90\n90\n90\n", {}));
     beam_search bs = {};
     bs.flag_bs = 7;
-    EXPECT_EQ(run_child([&] { reflex_dump_csd(3, 0, 0, nullptr, c, bs, {0, 0, 1}, {1, 0, 0}, 100, lattice_of(c)); }).out,
+    EXPECT_EQ(run_child([&] {
+                  reflex_dump_csd(3, 0, 0, nullptr, c, bs, {0, 0, 1}, {1, 0, 0}, 100, lattice_of(c));
+              }).out,
               "reflex output ==> _fg3.txt\n$$ beam_search: manual\n$$ beam_search.flag_bs = 7\n");
     EXPECT_EQ(read_file("_fg3.txt"), "# [0 0 1]\n# Exact= 0  Bethe= 0\n" + columns);
 }
 
 TEST(Beams, Faults) {
     const table_dir dir;
-    const std::string wg = "Beam search (wg)... ", full = "$$ num_g has exceeded num_g_max.\n$$ Please set a greater value into num_g. Abort.\n";
-    const std::string range = "$$ Invalid range of Laue zones: ", counts = "$$ Invalid number of beams: ", file_end = "$$ Unexpected end of file. Abort.\n";
-    const std::string row = "1e9 2e9 1e11\n";
-    const struct {
-        std::string out, err;
-        std::vector<std::string> searches;
-        std::string base1 = "1 0 0", site = "Si\n0\n0\n0\n0\n0.5\n0\n1\n";
-    } cases[] = {
-        {"Invalid flag_bs\n", "", {"4\n", "-1\n", "14\n", "2e9\n"}},
-        {file_end, "", {"", "1\n", "1\n9 0.3 0 1\n", "13\n9 0.3 0 1\n1 1 1\n"}},
-        {"$$ Invalid format for beam_search. Abort.\n", "", {"3\n9 0.3 0 \n"}},
-        {range + "-1-2. Abort.\n", "", {"3\n9 0.3 -1 2\n"}},
-        {range + "0-100. Abort.\n", "", {"13\n9 0.3 0 100\n"}},
-        {wg + full, "", {"1\n5 0.3 0 0\n" + row, "1\n4 0.3 0 0\n0 2e9 1e11\n", "1\n1 0.3 0 0\n" + row, "1\n0 0.1 0 0\n" + row, "1\n-2e9 0.1 0 0\n" + row}},
-        {"Beam search (sg)... " + full, "", {"2\n1 0.3 0 0\n0 0 0\n"}}, // also if nothing is kept
-        {wg + "$$ Invalid g_max(=inf). Abort.\n", "", {"1\n9 inf 0 0\n" + row}},
-        {wg + "$$ Invalid g_max(=nan). Abort.\n", "", {"1\n9 nan 0 0\n" + row}},
-        {wg + "$$ Invalid g_max(=1000). Abort.\n", "", {"1\n9 1000 0 0\n" + row}},
-        {wg + "$Error in zolz_ort_base: g2 = 0", "", {"1\n9 0.3 0 0\n" + row}, "0 0 1"},
-        {wg + "$$ Invalid af. Abort.\n", "", {"1\n9 0.4 0 0\n" + row}, "1 0 0", "Si\n0\n0\n0\n0\n0.5\n1\n2\n"},
-        {counts + "Exact = 0, Bethe = 0. Abort.\n", "", {"0\n0 0\n"}},
-        {counts + "Exact = -1, Bethe = 2. Abort.\n", "", {"0\n-1 2\n"}},
-        {counts + "Exact = 2, Bethe = -1. Abort.\n", "", {"10\n2 -1\n"}},
-        {"Exact = 2, Bethe = 0\n" + file_end, "", {"0\n2 0\n0 0 0\n"}},
-        {"Exact = 2147483647, Bethe = 1\n", "Not enough memory for vector.\n", {"0\n2147483647 1\n"}},
+    const auto expect = [](const outcome& end, const std::string& out, const std::string& err,
+                           const std::string& what) {
+        EXPECT_EQ(end.out, out) << what;
+        EXPECT_EQ(end.err, err) << what;
+        EXPECT_EQ(end.status, 1) << what;
     };
-    for (const auto& c : cases) {
-        for (const std::string& search : c.searches) {
-            const outcome end = run_search(search, c.base1, c.site);
-            EXPECT_EQ(end.out, c.out) << search;
-            EXPECT_EQ(end.err, c.err) << search;
-            EXPECT_EQ(end.status, 1) << search;
-        }
-    }
-    for (const lattice& lat : {bravai(1e6, 1, 1, 90, 90, 90), bravai(1, 1e6, 1, 90, 90, 90), bravai(1, 1, 1e6, 90, 90, 90)})
-        expect_faults({{[&] { int h, k, l; evaluate_hklmax(1.5, h, k, l, lat); }, "$$ Invalid g_max(=1.5). Abort.\n", ""}});
+    for (const text_row& row : refused("beams.txt", 4))
+        expect(run_search(row[0], row[3].empty() ? "1 0 0" : row[3]), row[1], row[2], row[0]);
+    expect(run_search("1\n9 0.4 0 0\n1 2 3\n", "1 0 0", cubic_cell("Si\n0\n0\n0\n0\n0.5\n1\n2\n")),
+           "Beam search (wg)... $$ Invalid af. Abort.\n", "", "kind of atomic factor");
+    for (const lattice& lat :
+         {bravai(1e6, 1, 1, 90, 90, 90), bravai(1, 1e6, 1, 90, 90, 90), bravai(1, 1, 1e6, 90, 90, 90)})
+        expect_faults({{[&] { int h, k, l; evaluate_hklmax(1.5, h, k, l, lat); },
+                        "$$ Invalid g_max(=1.5). Abort.\n", ""}});
     std::filesystem::create_directory("a_fg0.txt");
     EXPECT_EQ(run_search("0\n1 0\n0 0 0\n").err, "$$ Cannot open a_fg0.txt. Abort.\n");
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Symmetry operations and their table, the crystal block with all its faults, multiplicities,
+// Symmetry operations and their table, the crystal block with all its faults,
 // generated positions, low-order values and constraints.
 #include <array>
 #include <cmath>
@@ -53,7 +53,10 @@ TEST(Symmetry, PositionsModuloTheCell) {
     EXPECT_DOUBLE_EQ(fractional(-0.25), 0.75);
     EXPECT_EQ(fractional(1.0), 0.0);
     EXPECT_EQ(fractional(-1e-20), 0.0) << "1 - 1e-20 rounds to 1, which is outside";
-    static const double pairs[][3] = {{0.99995, 0.00002, 1}, {1.0, 0.0, 1}, {0.5, -0.5, 1}, {0.5, 0.50009, 1}, {0.5, 0.50011, 0}, {0.9998, 0.0001, 0}};
+    static const double pairs[][3] = {{0.99995, 0.00002, 1}, {1.0, 0.0, 1}, {0.5, -0.5, 1}, // whole turns
+                                      {0.5, 0.50009, 1},
+                                      {0.5, 0.50011, 0},
+                                      {0.9998, 0.0001, 0}};
     for (const auto& [a, b, same] : pairs) {
         EXPECT_EQ(judge_two_atom({a, 0.1, 0.2}, {b, 1.1, -0.8}), same) << a << " " << b;
         EXPECT_EQ(judge_two_atom({0, 0.3, a}, {0, 0.3, b}), same) << a << " " << b;
@@ -81,8 +84,8 @@ TEST(Symmetry, TableRecords) {
                  {"2 0 1 9 P", {2, 0, 0}, {}, {0, 0, 0.5}}};
     const table_dir dir;
     for (const auto& c : cases) {
-        write_file("orvelspg.dat", std::string("# x\n1 0 7 1 P\n1 0 1 1 P\n\n0 0 8 1 P\nCOMMENT{\n}COMMENT\n") + c.head +
-                                       "\n%\nX,Y,Z\n-X,-Y,Z+1/2\n1 1 1 1 P\nX,Y,Z\n");
+        write_file("orvelspg.dat", std::string("# x\n1 0 7 1 P\n1 0 1 1 P\n\n0 0 8 1 P\nCOMMENT{\n}COMMENT\n") +
+                                       c.head + "\n%\nX,Y,Z\n-X,-Y,Z+1/2\n1 1 1 1 P\nX,Y,Z\n");
         int count, inversion, hex;
         char letter[2];
         sym_op* ops = read_sp_group_tbl(1, count, inversion, letter, hex);
@@ -98,7 +101,8 @@ TEST(Symmetry, TableRecords) {
 
 TEST(Symmetry, TableFaults) {
     const table_dir dir;
-    const std::string bad = "$$ Data format error in orvelspg.dat. Abort.\n", none = "$$ Space group no. = 1 is not found in the table.\n";
+    const std::string bad = "$$ Data format error in orvelspg.dat. Abort.\n",
+                      none = "$$ Space group no. = 1 is not found in the table.\n";
     const struct {
         std::string out, err;
         std::vector<const char*> tables;
@@ -125,7 +129,8 @@ TEST(Symmetry, TableFaults) {
 // ---- the block ------------------------------------------------------------------------------
 
 static const std::string cell = "2\n3 ADJ a0\n4\n5\n80\n95\n110 RST gam 0.5\n";
-static const std::string aniso_site = "O, x\n0.1 FIX x1\n0.2\n0.3\n1\n1 FIX b11\n2\n3\n4 FIX b12\n5 FIX b13\n6 ADJ b23\n0.9 FIX occ\n1\n";
+static const std::string aniso_site =
+    "O, x\n0.1 FIX x1\n0.2\n0.3\n1\n1 FIX b11\n2\n3\n4 FIX b12\n5 FIX b13\n6 ADJ b23\n0.9 FIX occ\n1\n";
 static const std::string iso_site = "Si\n0.5\n0\n0\nISO\n0.4 FIX B0\n1\n0\n";
 static const std::string whole = crystal_text(cell, {iso_site, aniso_site}, "1\n1\n1 1.9 -1\n7 FIX fre\n8\n");
 
@@ -134,11 +139,15 @@ TEST(Crystal, Block) {
     const crystal c(whole);
     const atom &si = c.site[0], &o = c.site[1];
     const hkl g = c.lofg_hkl[0];
-    EXPECT_EQ((whole_numbers{c.sg_no, c.num_sym_op, c.r_hex_axes, c.num_site, c.num_lofg, c.lof_type, g.h, g.k, g.l, si.bf, si.af, o.bf, o.af}),
+    EXPECT_EQ((whole_numbers{c.sg_no, c.num_sym_op, c.r_hex_axes, c.num_site, c.num_lofg, c.lof_type, g.h, g.k, g.l,
+                             si.bf, si.af, o.bf, o.af}),
               (whole_numbers{2, 2, 0, 2, 1, 1, 1, 1, -1, 0, 0, 1, 1}));
-    EXPECT_EQ((reals{c.a, c.b, c.c, c.alpha, c.beta, c.gamma, c.lofg[0].fg_re, c.lofg[0].fg_im}), (reals{3, 4, 5, 80, 95, 110, 7, 8}));
-    EXPECT_EQ((reals{si.x, si.y, si.z, si.B, si.occupancy, si.multiplicity, c.xdt[0].z}), (reals{0.5, 0, 0, 0.4, 1, 0.5, 14}));
-    EXPECT_EQ((reals{o.x, o.beta11, o.beta22, o.beta33, o.beta12, o.beta13, o.beta23, o.occupancy, o.multiplicity, c.xdt[1].z}),
+    EXPECT_EQ((reals{c.a, c.b, c.c, c.alpha, c.beta, c.gamma, c.lofg[0].fg_re, c.lofg[0].fg_im}),
+              (reals{3, 4, 5, 80, 95, 110, 7, 8}));
+    EXPECT_EQ((reals{si.x, si.y, si.z, si.B, si.occupancy, si.multiplicity, c.xdt[0].z}),
+              (reals{0.5, 0, 0, 0.4, 1, 0.5, 14}));
+    EXPECT_EQ((reals{o.x, o.beta11, o.beta22, o.beta33, o.beta12, o.beta13, o.beta23, o.occupancy, o.multiplicity,
+                     c.xdt[1].z}),
               (reals{0.1, 1, 2, 3, 4, 5, 6, 0.9, 1, 8}));
     EXPECT_EQ(std::string(c.latt_type) + si.element + o.element, "PSiO");
     EXPECT_LT(c.bk[1].dt[0], c.bk[0].dt[0]) << "each site has the table of its element";
@@ -148,14 +157,15 @@ TEST(Crystal, Block) {
     static const struct {
         int site, slot;
         const char* id;
-    } slots[] = {{0, 3, "B0"}, {1, 0, "x1"}, {1, 4, "b11"}, {1, 7, "b12"}, {1, 8, "b23"}, {1, 9, "b13"}, {1, 10, "occ"}};
-    for (const auto& s : slots)
+    } ids[] = {{0, 3, "B0"}, {1, 0, "x1"}, {1, 4, "b11"}, {1, 7, "b12"}, {1, 8, "b23"}, {1, 9, "b13"}, {1, 10, "occ"}};
+    for (const auto& s : ids)
         EXPECT_STREQ(c.site_fitpar[s.site].slot[s.slot].id, s.id);
 
     const reals held[] = {{2, 3, 0, 0, 0}, {0, 0, 2, 3, 0}, {0, 0, 0, 0, 5432}, {0, 0, 0, 0, 5432}};
     for (int type = 1; type <= 4; ++type) {
         const std::string entry = type < 3 ? "2\n3\n" : "2\n3\n4\n5\n";
-        const crystal low(crystal_text(cell, {iso_site, iso_site}, "2\n" + std::to_string(type) + "\n0 0 1\n" + entry + "0 0 2\n" + entry));
+        const crystal low(crystal_text(cell, {iso_site, iso_site},
+                                       "2\n" + std::to_string(type) + "\n0 0 1\n" + entry + "0 0 2\n" + entry));
         const lofg_value& v = low.lofg[1];
         const double per_site = type < 3 ? 0 : v.f_ela[0] + 10 * v.f_inela[0] + 100 * v.f_ela[1] + 1000 * v.f_inela[1];
         EXPECT_EQ((reals{v.fg_re, v.fg_im, v.fg_ela_re, v.fg_ela_im, per_site}), held[type - 1]);
@@ -171,36 +181,18 @@ static std::string format_error(const std::string& word, const std::string& foun
 TEST(Crystal, BlockFaults) {
     const table_dir dir;
     write_file("orvelxdt.dat", read_file("orvelxdt.dat") + "Xa 1 1 2 3 4 5 6 7 8 9\nXb 1 1 2 3 4 5 6 7 8\n");
-    const std::string bad_bf = "$$ Invalid bf. Abort.\n", no_element = "$$ERROR: not found the element (", file_end = "$$ Unexpected end of file. Abort.\n";
-    const std::string lof = "$$(fget_low_g_cst) Invalid lof_type(=";
-    std::vector<std::array<std::string, 3>> changes = {
-        {"80\n", "", format_error("}LATTICE", "ATOM{")},
-        {"ISO\n", "ANISO\n", format_error("}SITE", "0.3")},
-        {"0.3\n1\n", "0.3\n0\n", format_error("}SITE", "4")},
-        {"ISO\n", "iso\n", bad_bf},
-        {"ISO\n", "ISOTROPIC\n", bad_bf},
-        {"ISO\n", "2\n", bad_bf},
-        {"\n2\n3 ADJ a0", "\n231\nx", "$$ Space group no. = 231 is not found in the table.\n"},
-        {"Si\n0.5", "Xx\nx", no_element + "Xx) in read_xdt_table\n"},
-        {"Si\n", "Silicon\n", no_element + "Silicon) in read_xdt_table\n"},
-        {"Si\n", "Siliconx\n", "$$ Element name Siliconx is too long. Abort.\n"},
-        {"Si\n", "Xa\n", "$$ERROR: Element Xa was not found in orvelbk.dat\n"},
-        {"Si\n", "Xb\n", "$$ Data format error in orvelxdt.dat. Abort.\n"},
-        {"1\n1 1.9", "5\nx", "$$ Sorry, lof_type = 5 is not available. Abort.\n"},
-        {"1\n1 1.9", "0\nx", lof + "0). Abort.\n"},
-        {"1\n1 1.9", "6\nx", lof + "6). Abort.\n"},
-        {"8\n}LOW", "8\n9\n}LOW", format_error("}LOW_ORDER_FG", "9")},
-        {"4\n5\n80", "=q CST b\n5\n80", "$$error: $$ (val_search_csd) constraint q not found\n"},
-        {whole.substr(whole.find("0.9 FIX")), "", file_end},
-        {whole.substr(whole.find("ISO")), "", file_end},
-        {whole.substr(whole.find("}ATOM")), "", format_error("}ATOM", "")},
-    };
-    for (const char* word : {"\nLATTICE{", "\n}LATTICE", "\nATOM{", "\nSITE{", "\n}SITE", "\n}ATOM", "\nLOW_ORDER_FG{", "\n}LOW_ORDER_FG", "\n}CRYSTAL_STRUCTURE_DATA"})
+    const std::string file_end = "$$ Unexpected end of file. Abort.\n";
+    std::vector<text_row> changes = refused("crystal.txt", 3);
+    changes.push_back({whole.substr(whole.find("0.9 FIX")), "", file_end});
+    changes.push_back({whole.substr(whole.find("ISO")), "", file_end});
+    changes.push_back({whole.substr(whole.find("}ATOM")), "", format_error("}ATOM", "")});
+    for (const char* word : {"\nLATTICE{", "\n}LATTICE", "\nATOM{", "\nSITE{", "\n}SITE", "\n}ATOM", "\nLOW_ORDER_FG{",
+                             "\n}LOW_ORDER_FG", "\n}CRYSTAL_STRUCTURE_DATA"})
         changes.push_back({word, "\nx" + std::string(word + 1), format_error(word + 1, "x" + std::string(word + 1))});
     changes.push_back({"CRYSTAL_", "CRISTAL_", format_error("CRYSTAL_STRUCTURE_DATA{", "CRISTAL_STRUCTURE_DATA{")});
-    for (const auto& [part, by, out] : changes) {
-        const std::string text = replaced(whole, part, by);
-        expect_faults({{[&] { crystal c(text); }, out, ""}});
+    for (const text_row& row : changes) {
+        const std::string text = replaced(whole, row[0], row[1]);
+        expect_faults({{[&] { crystal c(text); }, row[2], ""}});
     }
     const auto with_setting = [](int off) { epsilon.auto_multiplicity_off = off; };
     expect_faults({{[&] { with_setting(2); crystal c(whole); }, "$$ invalid auto_multiplicity_off=2\n. Abort.\n", ""},
@@ -219,32 +211,6 @@ TEST(Crystal, BlockFaults) {
     }
 }
 
-// Site multiplicities of International Tables, Vol. A, over the number of general positions.
-TEST(Crystal, Multiplicities) {
-    static const struct {
-        const char* group;
-        std::vector<std::pair<const char*, double>> sites;
-    } cases[] = {
-        {"1", {{"0\n0\n0\n", 1}}},
-        {"2", {{"0\n0\n0\n", 1.0 / 2}, {".1\n0\n0\n", 1}}},
-        {"62", {{".1\n.25\n.3\n", 4.0 / 8}}},
-        {"166", {{"0\n0\n0\n", 3.0 / 36}, {"0\n0\n.2\n", 6.0 / 36}}},
-        {"194", {{"0.33333\n0.66667\n.25\n", 2.0 / 24}}},
-        {"225", {{"0\n0\n0\n", 4.0 / 192}, {".25\n.25\n.25\n", 8.0 / 192}}},
-        {"227", {{"0\n0\n0\n", 16.0 / 192}, {".125\n.125\n.125\n", 8.0 / 192}}},
-    };
-    const table_dir dir;
-    for (const auto& c : cases) {
-        for (const auto& [position, multiplicity] : c.sites) {
-            const std::string text = crystal_text(std::string(c.group) + "\n4\n4\n4\n90\n90\n90\n", {"Si\n" + std::string(position) + "ISO\n0\n1\n0\n"});
-            EXPECT_DOUBLE_EQ(crystal(text).site[0].multiplicity, multiplicity) << c.group << " " << position;
-            epsilon.auto_multiplicity_off = 1;
-            EXPECT_EQ(crystal(text).site[0].multiplicity, 1.0);
-            epsilon.auto_multiplicity_off = 0;
-        }
-    }
-}
-
 TEST(Crystal, GeneratedPositions) {
     const table_dir dir;
     const std::string text = crystal_text("2\n4\n4\n4\n90\n90\n90\n", {iso_site, "O\n0.1\n0.2\n1.25\n0\n0\n0.5\n0\n"});
@@ -255,15 +221,20 @@ TEST(Crystal, GeneratedPositions) {
             epsilon.auto_multiplicity_off = first[0] - '1';
             dbg.atm_pos_out_flag = 1;
             const crystal c(text, "stem");
+            std::printf("%g", c.site[0].multiplicity);
         });
-        EXPECT_EQ(end.out, "$$ Generated atom positions ==> stem_aps.txt\n");
+        const std::string multiplicity = first[0] == '1' ? "0.5" : "1";
+        EXPECT_EQ(end.out, "$$ Generated atom positions ==> stem_aps.txt\n" + multiplicity);
         EXPECT_EQ(end.status, 0);
-        EXPECT_EQ(read_file("stem_aps.txt"), "* All atom positions\n*\n* Atom[1]: Si\n" + number + first + " Occupancy = 1\n* Atom[2]: O\n" + number + "2  (multiplicity = 2/2 = 1)\n" + head +
+        EXPECT_EQ(read_file("stem_aps.txt"), "* All atom positions\n*\n* Atom[1]: Si\n" + number + first +
+                                                 " Occupancy = 1\n* Atom[2]: O\n" + number +
+                                                 "2  (multiplicity = 2/2 = 1)\n" + head +
                                                  "0\t0.1\t0.2\t1.25\n1\t-0.1\t-0.2\t-1.25\n Occupancy = 0.5\n");
     }
     EXPECT_EQ(run_child([&] { dbg.atm_pos_out_flag = 2; const crystal c(text); }).out, "");
     EXPECT_FALSE(std::filesystem::exists("a_aps.txt"));
-    expect_faults({{[&] { dbg.atm_pos_out_flag = 1; const crystal c(text, "no/stem"); }, "", "$$ Cannot open no/stem_aps.txt. Abort.\n"}});
+    expect_faults({{[&] { dbg.atm_pos_out_flag = 1, crystal(text, "no/stem"); }, "",
+                    "$$ Cannot open no/stem_aps.txt. Abort.\n"}});
 }
 
 // ---- constraints ----------------------------------------------------------------------------
@@ -319,7 +290,8 @@ TEST(Constraints, Expressions) {
 TEST(Constraints, OneSweepInOrder) {
     const table_dir dir;
     const std::string site = "Si\n=late CST x1\n=a0*0.1 CST y1\n=y1+y1 CST z1\nISO\n=x1 CST late\n1\n0\n";
-    crystal c(crystal_text("1\n5 ADJ a0\n=a0+1 CST b0\n=2*b0 CST c0\n90\n90\n90\n", {site}, "1\n3\n0 0 1\n2 FIX fe\n=-0.5*fe CST fi\n"));
+    crystal c(crystal_text("1\n5 ADJ a0\n=a0+1 CST b0\n=2*b0 CST c0\n90\n90\n90\n", {site},
+                           "1\n3\n0 0 1\n2 FIX fe\n=-0.5*fe CST fi\n"));
     const atom& s = c.site[0];
     EXPECT_EQ((reals{c.b, c.c, s.x, s.y, s.z, s.B, c.lofg[0].f_inela[0]}), (reals{6, 12, 0, 0.5, 1, 0, -1}));
     c.a = 7;

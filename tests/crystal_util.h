@@ -50,6 +50,29 @@ inline std::string replaced(std::string text, const std::string& part, const std
     return text.replace(text.find(part), part.size(), by);
 }
 
+// What is refused, and how it is told, from tests/refused: a case a line, its fields between bars, with \n and
+// \t in them as in C; missing ones at the end are empty.
+using text_row = std::vector<std::string>;
+inline std::vector<text_row> refused(const std::string& name, std::size_t fields) {
+    std::vector<text_row> rows;
+    for (const std::string& line : lines_of(read_file(ORVEL_DATA_DIR "/../tests/refused/" + name))) {
+        if (line[0] == '#')
+            continue;
+        text_row row(1);
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            if (line[i] == '|')
+                row.emplace_back();
+            else if (line[i] == '\\')
+                row.back() += line[++i] == 'n' ? '\n' : '\t';
+            else
+                row.back() += line[i];
+        }
+        row.resize(fields);
+        rows.push_back(row);
+    }
+    return rows;
+}
+
 // A call that ends the process with status 1, and all that it prints.
 struct fault {
     std::function<void()> call;

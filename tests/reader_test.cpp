@@ -200,7 +200,7 @@ TEST(Fields, ValueLines) {
 }
 
 // Everything that ends the process, with the exact text on the exact stream.
-TEST(Ends, MessagesStreamsStatus) {
+TEST(Readers, RefusedInput) {
     const std::string eof = "$$ Unexpected end of file. Abort.\n";
     const std::string format = "$$ Data format error has been found at WORD{.\n$$ Abort.\n";
     const std::string unknown = "$$ The next line could not be recognized.\n";
@@ -253,7 +253,8 @@ TEST(Ends, MessagesStreamsStatus) {
         {"", [](std::FILE*) { ov_fopen_chk_wmode("no/a"); }, "", "$$" + no_file},
         {"", [](std::FILE*) { ov_fopen_chk_wmode((std::string(path_max, '/') + "dev/null").c_str()); }, "",
          "$$ Cannot open " + std::string(path_max, '/') + "dev/null. Abort.\n"},
-        {"", [](std::FILE*) { for (int i = 0; i <= open_max; ++i) ov_fopen_chk_wmode("/dev/null"); }, "", "$$ Cannot open /dev/null. Abort.\n"},
+        {"", [](std::FILE*) { for (int i = 0; i <= open_max; ++i) ov_fopen_chk_wmode("/dev/null"); }, "",
+         "$$ Cannot open /dev/null. Abort.\n"},
         {"", [](std::FILE*) { ov_error_exit(stdout, "%d%s", 7, "x"); }, "$$error: 7x\n", ""},
         {"", [](std::FILE*) { error_exit(stderr, "%d%s", 7, "x"); }, "", "$$ERROR: 7x\n"},
     };

@@ -30,12 +30,6 @@ static const std::string bad_block =
     "$$ Data format error has been found at EPS_CONTROL_PARAMETERS{.\n$$ Abort.\n$$ buf=";
 static const std::string sim_title = "##### Many-beam dynamical simulation #####\n";
 
-static std::string with_cr(std::string text) {
-    for (std::size_t i = text.find('\n'); i != std::string::npos; i = text.find('\n', i + 2))
-        text.insert(i, "\r");
-    return text;
-}
-
 namespace {
 
 // A run in a fresh directory with the data tables, for one parameter file.
@@ -84,20 +78,6 @@ TEST(Run, ConsoleAndLogOfANormalRun) {
     EXPECT_EQ(rules(log_lines), "-t-t-ttt-t-");
 }
 
-// Line ends of another system, comments everywhere, and a log of an earlier run change nothing.
-TEST(Run, SameResultsFromOtherLineEnds) {
-    const run_dir plain, other;
-    const outcome first = plain.run("a.dat", two_beams);
-    write_file(other.path / "a_log.txt", std::string(5000, 'x'));
-    write_file(other.path / "orvel.ini", "vg_dump_flag 1\r\nINI_PARAM_END\r\n");
-    const std::string comments = "# first\nCOMMENT{\nx\n}COMMENT\n";
-    const outcome second = other.run("a.dat", with_cr(comments + two_beams));
-    EXPECT_EQ(first.status + second.status, 0) << second.out;
-    for (const char* name : {"a_log.txt", "a_rs0.txt", "a_fg0.txt", "a_dre.txt"})
-        EXPECT_EQ(read_file(plain.path / name), read_file(other.path / name)) << name;
-    EXPECT_TRUE(fs::exists(other.path / "a_vg.txt"));
-}
-
 TEST(Run, ReflectionsOnly) {
     const run_dir dir;
     write_file(dir.path / "orvel.ini", "reflex_only_flag 1\nwhat is this\n\nINI_PARAM_END\nx\n");
@@ -138,7 +118,7 @@ TEST(Run, NameFromThePrompt) {
 
 // What stops a run in front of its job: the end of the console, all of standard error, and the
 // stem of the log, whose last line is the parameter file's name (no stem: no log).
-TEST(Run, Ends) {
+TEST(Run, StoppedBeforeItsJob) {
     const std::string unknown = "SIM_MODUS\n" + settings;
     const std::string no_job = "$$ chk_data: EPS_CONTROL_PARAMETERS{ ok.\n"
                                "##### Job mode SIM_MODUS is not supported. Abort.\n";
@@ -190,27 +170,4 @@ TEST(Run, Ends) {
     EXPECT_TRUE(ends_with(usage.out, no_ini + "Usage: orvel parameter_file (with extension)\n"));
     EXPECT_EQ(usage.status, 1);
     EXPECT_TRUE(fs::is_empty(dir.path));
-}
-
-// Each job word brings its title to log and console before any of its blocks is read.
-TEST(Run, JobTitles) {
-    static const char* const jobs[][2] = {
-        {"SIM_MODE", "Many-beam dynamical simulation"},
-        {"SIM_COHERENT_MODE", "Many-beam dyn. sim. of coherent CBED patterns"},
-        {"DISPSURF_MODE", "Calculation of dispersion surface"},
-        {"BLOCH_MODE", "Calculation of Bloch states"},
-        {"TFRINGE_MODE", "Calculation of thickness fringes"},
-        {"E_DENSITY_PROJ_MODE", "Calculation of projected electron density"},
-        {"POTENTIAL_REIM_PROJ_MODE", "Calculation of projected potential"},
-        {"E_DENSITY_3D_UNITCELL_MODE", "Calculation of 3D electron density"},
-        {"POTENTIAL_REIM_3D_UNITCELL_MODE", "Calculation of 3D electrostatic potential"},
-    };
-    for (const auto& [word, title] : jobs) {
-        const run_dir dir;
-        const outcome end = dir.run("a.dat", std::string(word) + " remark\n" + settings);
-        const std::string head = "parameter_file: a.dat\n##### " + std::string(title) + " #####\n";
-        EXPECT_TRUE(contains(end.out, head + "$$ ")) << end.out;
-        EXPECT_TRUE(ends_with(read_file(dir.path / "a_log.txt"), last_frame + head)) << word;
-        EXPECT_EQ(end.status, 1) << word;
-    }
 }

@@ -5,6 +5,7 @@
 // text of files, console and log stands here once.
 #include <algorithm>
 #include <complex>
+#include <map>
 
 #include "control/orvel.h"
 #include "job_util.h"
@@ -247,7 +248,7 @@ TEST(SolverJobs, Fringes) {
 }
 
 // The beam 000 alone: the plane wave exp(2 pi i K_t r), K_t = (-0.25, ...), in the mean potential.
-TEST(SolverJobs, BlochStateOfOneBeam) {
+TEST(SolverJobs, BlochStates) {
     const job_dir dir;
     problem one = pair;
     one.beams = "0\n1 0\n0 0 0\n";
@@ -267,9 +268,27 @@ TEST(SolverJobs, BlochStateOfOneBeam) {
               "# Bloch state: branch 1)\n# branch:1, eigen_val:0, excitation(eps^2):1\n# nx ny\n# 2 1\n"
               "#x\ty\tdensity\tangle\tre\tim\n0.5\t0\t1\t-0.785398\t0.707107\t-0.707107\n\n"
               "0.25\t0\t1\t-0.392699\t0.92388\t-0.382683\n\n");
+    // A Bethe beam takes part in the potential alone, and a script names each branch: V(g) = 2.4 cos 2 pi x.
+    one.beams = "0\n2 1\n0 0 0\n1 0 0\n-1 0 0\n";
+    run_to_end(dir, file(bloch, one));
+    EXPECT_EQ(read_file("a_pp.txt"),
+              "# Projected potential (formed by 3-beams)\n#nx ny\n#2 1\n#x\ty\t\tpotential.re[V]\tpotential.im[V]\n"
+              "0.5\t0\t1.91511\t0.191511\n\n0.25\t0\t3.83021\t0.191511\n\n");
+    string scripted;
+    for (int j : {1, 2}) {
+        const string line = lines_of(read_file("a_kn.txt")).at(static_cast<std::size_t>(1 + j)), branch = number(j);
+        scripted +=
+            "a_b" + branch + ".txt\n" + branch + "    # branch\n" + line.substr(line.rfind(' ') + 1) + "    # eps^2\n";
+    }
     EXPECT_EQ(read_file("a_dre.txt"),
               "DRENU_SCRIPT\nBLOCH_VISUAL_MODE\nHTML_OPEN\na_.html\nBLOCH_VISUAL\na\na_pp.txt\n1    # branch_begin\n"
-              "1    # branch_end\na_b1.txt\n1    # branch\n1    # eps^2\nHTML_CLOSE\n");
+              "2    # branch_end\n" +
+                  scripted + "HTML_CLOSE\n");
+    // Along [1 0 0] with (0 1 1) the base is G / G^2 = (0, 0.2, 1/6) / 0.067778 and a unit of [1 0 0] across it.
+    problem turned = one;
+    turned.incident = "1 0 0\n1 0 0\n0 1 1\n0\n0\n100\n";
+    EXPECT_PRED2(matches, lines_of(from(dir.run(file(bloch, turned, {{"1 2\n", "1 1\n"}})).out, "x1 = ")).at(0),
+                 "x1 = @ 0.590164 0.409836, x2 = @ -0.491803 0.491803");
     // Without points along x there are heads alone.
     run_to_end(dir, file(bloch, one, {{"1 2\n", "1 1\n"}, {"2 1\n0.5", "0 -3\n0.5"}}));
     EXPECT_EQ(lines_of(read_file("a_pp.txt")).size() + lines_of(read_file("a_b1.txt")).size(), 9U);
@@ -329,28 +348,41 @@ TEST(SolverJobs, AgreeWithSimMode) {
 }
 
 // The written amplitudes of all branches add up to the wave at the entrance surface, 1 in 000 and 0 elsewhere;
-// with the written eigenvalues they give the written intensities.
+// with the written eigenvalues those that bc_accuracy leaves, the strongest first, give the written intensities.
 TEST(SolverJobs, BranchesMakeUpTheWave) {
     problem p = polar;
     p.beams = "10\n5 2\n0 0 0\n1 0 0\n0 -1 0\n-1 1 0\n1 1 -1\n2 0 0\n0 2 0\n";
     const job_dir dir;
-    const changes more = {{"1 2\n}", "1 5\n}"}, {both, "3\n0 0 0\n0 -1 0\n1 1 -1\n}"}, {"700\n", "240\n"}};
+    const changes more = {{"1 2\n}", "1 5\n}"},
+                          {both, "3\n0 0 0\n0 -1 0\n1 1 -1\n}"},
+                          {"700\n", "240\n"},
+                          {"# SETTINGS", "bc_accuracy 0.9"}};
     run_to_end(dir, file(dispsurf, p, more));
     const table ds = numbers(read_file("a_ds.txt")), amp = numbers(read_file("a_amp.txt")),
                 intensity = numbers(read_file("a_int.txt"));
     ASSERT_EQ(ds.size(), 4U);
-    for (std::size_t m = 0; m < 4; ++m)
+    for (std::size_t m = 0; m < 4; ++m) {
+        std::map<double, std::size_t, std::greater<>> branch_of; // by excitation
+        double total = 0;
+        for (std::size_t j = 0; j < 5; ++j) {
+            branch_of[ds[m].at(7 + 5 * j)] = j;
+            total += ds[m][7 + 5 * j];
+        }
         for (std::size_t g = 0; g < 3; ++g) {
             cplx entrance = 0, wave = 0;
-            for (std::size_t j = 0; j < 5; ++j) {
+            double taken = 0;
+            for (const auto& [excitation, j] : branch_of) {
                 const double* group = &ds[m].at(3 + 5 * j);
                 const cplx eC = std::polar(amp[m].at(2 + 10 * g + 2 * j), amp[m].at(3 + 10 * g + 2 * j));
                 entrance += eC;
-                wave += eC * std::exp(cplx(0, pi * 240 / ds[m][2]) * cplx(group[2], group[3]));
+                if (taken < 0.9 * total)
+                    wave += eC * std::exp(cplx(0, pi * 240 / ds[m][2]) * cplx(group[2], group[3]));
+                taken += excitation;
             }
             EXPECT_LT(std::abs(entrance - (g == 0 ? 1.0 : 0.0)), 1e-5) << m << " " << g;
             EXPECT_NEAR(intensity[m].at(2 + 2 * g), 1e4 * std::norm(wave), 0.1) << m << " " << g;
         }
+    }
 }
 
 // lambda = 0.04, Cs = 1e7, defocus -500; a cell with a* = 1/2 (gamma = 30 degrees) and c* = 1/6, so that
@@ -373,20 +405,6 @@ TEST(SolverJobs, PhasesOfTheProbe) {
         for (int k : {0, 1, 2})
             EXPECT_LT(std::abs(cplx(phase[k].re, phase[k].im) - std::polar(1.0, pi * chi[p][k])), 1e-12) << p << k;
     }
-}
-
-// C = 2 / sqrt(4) of 000, -3 i / sqrt(9) of 010 at r = (0.5 0.25 0): S = 1 - i exp(pi i / 2) = 2, K_t r = 0.125.
-TEST(SolverJobs, BlochWaveAtAPoint) {
-    const orvel::hkl beams[] = {{0, 0, 0}, {0, 1, 0}};
-    const orvel::complex C_000[] = {{9, 9}, {2, 0}}, C_010[] = {{9, 9}, {0, -3}};
-    const orvel::complex* const C[] = {C_000, C_010};
-    const double beta[] = {4, 9};
-    const orvel::complex B = orvel::calc_bloch_state_func_ug(1, {0.5, 0.25, 0}, 2, beams, {0.25, 0, 7}, beta, C);
-    EXPECT_NEAR(B.re, std::sqrt(2.0), 1e-14);
-    EXPECT_NEAR(B.im, std::sqrt(2.0), 1e-14);
-    const orvel::complex V = orvel::calc_projpot({0.5, 0.25, 0}, 2, beams, C); // 9 + 9 i of both: times 1 + i
-    EXPECT_NEAR(V.re, 0, 1e-14);
-    EXPECT_NEAR(V.im, 18, 1e-14);
 }
 
 // One atom at (5/16, 3/16) of a projected cell of 4 x 5 angstrom, no absorption: F(g) = F exp(-2 pi i g r). The
@@ -579,7 +597,7 @@ TEST(SolverJobs, IncidenceOfDataSets) {
 }
 
 // Everything that stops a job of its own: the end of the console, all of standard error, status 1.
-TEST(SolverJobs, Ends) {
+TEST(SolverJobs, RefusedInput) {
     struct stop {
         const job& j;
         string part, by, out, blocked;

@@ -153,8 +153,15 @@ void psi_of_beams(int num_g, const int* pos, int num_thickness, const double* th
 
 complex psi_limited_ug(int pos, double t, int n, int n_branch, const int* branch, double K_n, const double* beta_sel,
                        const complex* eigen_val, const complex* const* eigen_vec, const complex* bc) {
-    complex psi;
-    psi_of_beams(1, &pos, 1, &t, n, n_branch, branch, K_n, beta_sel, eigen_val, eigen_vec, bc, &psi);
+    complex psi = {0.0, 0.0};
+    if (pos < 0 || pos >= n)
+        return psi;
+    const double inverse_root = 1 / std::sqrt(beta_sel[pos]);
+    for (int b = 0; b < n_branch; ++b) {
+        const int j = branch[b];
+        const complex C = {eigen_vec[pos][j].re * inverse_root, eigen_vec[pos][j].im * inverse_root};
+        psi = c_add(psi, c_mul(c_mul(bc[j], C), propagation(t, K_n, eigen_val[j])));
+    }
     return psi;
 }
 

@@ -139,7 +139,8 @@ void limited_branch(double bc_accuracy, int n, const complex* bc, int& n_branch,
 int upper_b_cond_coherent(int n, const double* beta_sel, complex phase, const complex* const* eigen_vec, complex* bc);
 
 // Amplitude, and intensity, at thickness t (angstrom) of the beam at place pos among n exact beams,
-// for an incident wave of amplitude 1; 0 for a place outside.
+// for an incident wave of amplitude 1; 0 for a place outside. The plain sum over the branches, which
+// psi_of_beams forms for all beams and thicknesses at once.
 complex psi_limited_ug(int pos, double t, int n, int n_branch, const int* branch, double K_n, const double* beta_sel,
                        const complex* eigen_val, const complex* const* eigen_vec, const complex* bc);
 double psi_to_intensity_limited_ug(int pos, double t, int n, int n_branch, const int* branch, double K_n,
