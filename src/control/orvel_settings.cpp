@@ -102,7 +102,7 @@ static bool take_dbg_line(char* line) {
 
 void read_ini_file() {
     set_dbg_defaults();
-    std::FILE* ini = std::fopen(ini_file_name, "r");
+    std::FILE* ini = ov_fopen_rmode(ini_file_name);
     if (ini == nullptr && errno == ENOMEM) // it may well be there
         ov_abort(stderr, "$$ Cannot open %s. Abort.\n", ini_file_name);
     if (ini == nullptr) {
