@@ -99,13 +99,22 @@ static void note_unsound(const char* name) {
     *find_unsound(name) = table;
 }
 
-// Whether one of the values is an infinite number or NaN; the format says which are real numbers.
+// Flags, width and precision of a conversion.
+static bool is_layout(char c) { return (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == ' '; }
+
+// Whether one of the values is an infinite number or NaN; the format says which are real numbers. Every
+// row of every table comes by, so no function of the library is called.
 static bool has_no_number(const char* format, std::va_list values) {
-    while ((format = std::strchr(format, '%')) != nullptr) {
-        format += 1 + std::strspn(format + 1, "-+ #.0123456789");
-        const std::size_t longs = std::strspn(format, "l");
-        format += longs;
-        switch (*format++) {
+    for (const char* c = format; *c != '\0'; ++c) {
+        if (*c != '%')
+            continue;
+        do
+            ++c;
+        while (is_layout(*c));
+        int longs = 0;
+        for (; *c == 'l'; ++c)
+            ++longs;
+        switch (*c) {
         case 'e':
         case 'f':
         case 'g':
