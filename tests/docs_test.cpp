@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // What README, docs and example pages promise: their commands run, the files that a page names come
-// out and are all that come out, gnuplot takes the scripts, links lead somewhere, and the tables of
-// settings hold every key with its default.
+// out and are all that come out, gnuplot takes the scripts, links lead somewhere, the table of messages
+// holds each of them, and the tables of settings hold every key with its default.
 #include <cstddef>
 #include <cstring>
 #include <regex>
@@ -109,6 +109,39 @@ TEST(Docs, LinksPathsAndScriptsExist) {
         for (const std::string& line : shell_lines(text))
             EXPECT_TRUE(line.rfind("scripts/", 0) != 0 || access((root / line).c_str(), X_OK) == 0) << page << line;
     }
+}
+
+// The literals of the sources that end a run or have the look of a message, without line ends around them.
+static std::set<std::string> messages_of_sources() {
+    const std::string literal = "\"((?:[^\"\\\\\n]|\\\\.)*)\"";
+    const std::string ending = "(?:error_exit|ov_abort)\\(std\\w+, " + literal;
+    const std::regex look("[$]|bort|Cannot|[Ii]nvalid"), edges("^(\\\\n| )+|(\\\\n| )+$");
+    std::set<std::string> messages;
+    for (const char* folder : {"src", "tools/fit"}) {
+        for (const auto& entry : fs::recursive_directory_iterator(root / folder)) {
+            const std::string source = entry.path().extension() == ".cpp" ? read_file(entry.path()) : "";
+            for (const std::string& text : matches(source, ending.c_str()))
+                if (text != "%s")
+                    messages.insert(std::regex_replace(text, edges, ""));
+            for (const std::string& text : matches(source, literal.c_str()))
+                if (std::regex_search(text, look))
+                    messages.insert(std::regex_replace(text, edges, ""));
+        }
+    }
+    return messages;
+}
+
+TEST(Docs, EveryMessageHasItsRow) {
+    std::set<std::string> rows;
+    for (const std::string& cell : matches(read_file(root / "docs/messages.md"), "\n[|] (`.*?) [|] "))
+        for (const std::string& text : matches(cell, "`([^`]+)`"))
+            EXPECT_TRUE(rows.insert(text).second) << "twice: " << text;
+    const std::set<std::string> messages = messages_of_sources();
+    EXPECT_GT(messages.size(), 100u);
+    for (const std::string& text : messages)
+        EXPECT_EQ(rows.count(text), 1u) << "no row: " << text;
+    for (const std::string& text : rows)
+        EXPECT_EQ(messages.count(text), 1u) << "no message: " << text;
 }
 
 // Feeds the documented keys and defaults to the readers: none is unknown, none changes anything.
