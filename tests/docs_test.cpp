@@ -154,7 +154,8 @@ TEST(Docs, SettingsAndTheirDefaults) {
             text += std::regex_replace(row, std::regex("[|`]"), "") + "\n";
         return text;
     };
-    const std::string keys = rows(page.substr(keys_part, flags_part - keys_part)), flags = rows(page.substr(flags_part));
+    const std::string keys = rows(page.substr(keys_part, flags_part - keys_part));
+    const std::string flags = rows(page.substr(flags_part));
     EXPECT_EQ(lines_of(keys).size(), 29u);
     EXPECT_EQ(lines_of(flags).size(), 23u);
     const temp_dir dir;
@@ -162,7 +163,8 @@ TEST(Docs, SettingsAndTheirDefaults) {
     const outcome end = run_child([&] {
         orvel::epsilon_record records[2];
         for (int i = 0; i < 2; ++i) {
-            std::FILE* block = text_stream("EPS_CONTROL_PARAMETERS{\n" + (i == 0 ? "" : keys) + "}EPS_CONTROL_PARAMETERS\n");
+            const std::string word = "EPS_CONTROL_PARAMETERS";
+            std::FILE* block = text_stream(word + "{\n" + (i == 0 ? "" : keys) + "}" + word + "\n");
             orvel::read_eps_ctrl_params(block);
             std::fclose(block);
             records[i] = orvel::epsilon;

@@ -27,10 +27,11 @@ static std::string parameters(const std::string& word, const std::string& condit
                               const std::string& blocks, const std::string& volume = "") {
     const std::string block = condition + "_CALCULATION_CONDITION", search = "BEAM_SEARCH" + volume;
     return word + "\nEPS_CONTROL_PARAMETERS{\n}EPS_CONTROL_PARAMETERS\n" +
-           crystal_text("1\n4\n5\n6\n90\n90\n90\n", {"Si\n0\n0\n0\nISO\n0.3\n1\n0\n"}, "1\n1\n0 0 0\n9.6\n0.48\n") + block +
+           crystal_text("1\n4\n5\n6\n90\n90\n90\n", {"Si\n0\n0\n0\nISO\n0.3\n1\n0\n"}, "1\n1\n0 0 0\n9.6\n0.48\n") +
+           block +
            "{\nINCIDENT_BEAM{\n0 0 1\n0 0 1\n1 0 0\n0\n0\n100\n}INCIDENT_BEAM\n" +
-           (mesh.empty() ? "" : "CALC_KXY_RANGE{\n" + mesh + "}CALC_KXY_RANGE\n") + search + "{\n" + beams + "}" + search +
-           "\n" + blocks + "}" + block + "\n";
+           (mesh.empty() ? "" : "CALC_KXY_RANGE{\n" + mesh + "}CALC_KXY_RANGE\n") + search + "{\n" + beams + "}" +
+           search + "\n" + blocks + "}" + block + "\n";
 }
 static std::string pattern(const std::string& mesh) { return parameters("SIM_MODE", "SIM", mesh, reflexes + depths); }
 static std::string surface(const std::string& mesh) {

@@ -68,19 +68,18 @@ struct unsound_table {
 static unsound_table* unsound_tables = nullptr; // in the order of their finding
 
 // The link that leads to a name, or the last one, which leads nowhere.
-static unsound_table** find_unsound(const char* name) {
+static unsound_table*& find_unsound(const char* name) {
     unsound_table** link = &unsound_tables;
     while (*link != nullptr && std::strcmp((*link)->name, name) != 0)
         link = &(*link)->next;
-    return link;
+    return *link;
 }
 
-static void forget_unsound(const char* name) {
-    unsound_table** link = find_unsound(name);
-    unsound_table* table = *link;
+static void forget_unsound(unsound_table*& link) {
+    unsound_table* table = link;
     if (table == nullptr)
         return;
-    *link = table->next;
+    link = table->next;
     std::free(table);
 }
 
@@ -96,7 +95,7 @@ static void note_unsound(const char* name) {
     }
     table->next = nullptr;
     std::memcpy(table->name, name, sizeof table->name);
-    *find_unsound(name) = table;
+    find_unsound(name) = table;
 }
 
 // Flags, width and precision of a conversion.
@@ -127,12 +126,9 @@ static bool has_no_number(const char* format, std::va_list values) {
         case 'c':
         case 'd':
         case 'u':
-            if (longs == 0)
-                va_arg(values, int);
-            else if (longs == 1)
-                va_arg(values, long);
-            else
-                va_arg(values, long long);
+            static_cast<void>(longs == 0   ? va_arg(values, int)
+                              : longs == 1 ? va_arg(values, long)
+                                           : va_arg(values, long long));
             break;
         case '%':
             break;
@@ -189,8 +185,10 @@ void ov_exit() {
     ov_fflush(stdout);
     if (close(STDOUT_FILENO) != 0)
         not_written(stdout);
-    for (const unsound_table* table = unsound_tables; table != nullptr; table = table->next)
-        print_unsound(table->name);
+    while (unsound_tables != nullptr) {
+        print_unsound(unsound_tables->name);
+        forget_unsound(unsound_tables);
+    }
     std::exit(EXIT_SUCCESS);
 }
 
@@ -251,7 +249,7 @@ std::FILE* ov_fopen_wmode(const char* path) {
     std::snprintf(file->name, sizeof file->name, "%s", path);
     file->removable = fstat(fileno(stream), &status) == 0 && S_ISREG(status.st_mode);
     file->chk_numbers = true;
-    forget_unsound(file->name);
+    forget_unsound(find_unsound(path));
     file->stream = stream;
     return stream;
 }
