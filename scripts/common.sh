@@ -9,12 +9,10 @@ say() { printf '\n==> %s\n' "$*"; }
 
 # What is needed, as NEED:PACKAGE. A need that begins with a slash is a pattern of files, any other
 # one a command.
-needs_build=(c++:g++ make:make cmake:cmake '/usr/include/eigen3/Eigen/Core:libeigen3-dev')
-needs_test=(
-    '/usr/include/gtest/gtest.h:libgtest-dev'
-    '/usr/lib/*/liblapack.so:liblapack-dev'
-    gnuplot:gnuplot-nox
-)
+needs_build=(c++:g++ make:make cmake:cmake)
+needs_fit=('/usr/include/eigen3/Eigen/Core:libeigen3-dev') # orvel_fit, which is left out without it
+needs_test=('/usr/include/gtest/gtest.h:libgtest-dev')
+needs_all_tests=("${needs_fit[@]}" '/usr/lib/*/liblapack.so:liblapack-dev' gnuplot:gnuplot-nox)
 needs_bench=(
     '/usr/include/benchmark/benchmark.h:libbenchmark-dev'
     '/usr/lib/*/libopenblas.so:libopenblas-dev'
@@ -30,34 +28,53 @@ is_there() {
     esac
 }
 
-# Installs the packages of all needs that are not there, and asks no question: as root, or with
-# sudo where it wants no password. Where that cannot be, says what is missing and stops.
-require() {
-    local need packages=() as_root=()
+# Packages of all needs that are not there, one a line.
+missing() {
+    local need
     for need in "$@"; do
-        is_there "${need%%:*}" || [[ " ${packages[*]} " == *" ${need#*:} "* ]] ||
-            packages+=("${need#*:}")
-    done
-    [ ${#packages[@]} -gt 0 ] || return 0
+        is_there "${need%%:*}" || echo "${need#*:}"
+    done | sort -u
+}
 
-    say "Missing: ${packages[*]}"
+# Installs packages and asks no question: as root, or with sudo where it wants no password. Where
+# that cannot be, says why and fails.
+install() {
+    local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -y -q -o DPkg::Lock::Timeout=300)
     if ! command -v apt-get >/dev/null; then
-        echo "This system has no apt-get. Please install what is missing and run this again." >&2
-        exit 1
+        echo "This system has no apt-get." >&2
+        return 1
     fi
     if [ "$(id -u)" -ne 0 ]; then
         if ! sudo -n true 2>/dev/null; then
-            echo "Please install it (apt-get install --no-install-recommends ${packages[*]}," >&2
-            echo "as root) and run this again." >&2
-            exit 1
+            echo "As root: apt-get install --no-install-recommends $*" >&2
+            return 1
         fi
-        as_root=(sudo -n)
+        apt=(sudo -n "${apt[@]}")
     fi
-    local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive
-        apt-get -y -q -o DPkg::Lock::Timeout=300)
     "${apt[@]}" update </dev/null ||
         echo "apt-get update failed; going on with the package lists that are there." >&2
-    "${apt[@]}" install --no-install-recommends "${packages[@]}" </dev/null
+    "${apt[@]}" install --no-install-recommends "$@" </dev/null
+}
+
+# What cannot be done without: stops where it is not there and cannot be installed.
+require() {
+    local packages
+    mapfile -t packages < <(missing "$@")
+    [ ${#packages[@]} -gt 0 ] || return 0
+    say "Missing: ${packages[*]}"
+    if ! install "${packages[@]}"; then
+        echo "Please install what is missing and run this again." >&2
+        exit 1
+    fi
+}
+
+# What can be done without: installed where that can be.
+want() {
+    local packages
+    mapfile -t packages < <(missing "$@")
+    [ ${#packages[@]} -gt 0 ] || return 0
+    say "Missing: ${packages[*]}"
+    install "${packages[@]}" || say "Going on; what needs ${packages[*]} is left out"
 }
 
 # build PRESET TARGET [cmake option...]: the preset's build folder is build/PRESET.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // What README, docs and example pages promise: their commands run, the files that a page names come
-// out and are all that come out, gnuplot takes the scripts, links lead somewhere, and the tables of
-// settings hold every key with its default.
+// out and are all that come out, gnuplot takes the scripts, links lead somewhere, the table of messages
+// holds each of them, and the tables of settings hold every key with its default.
 #include <cstddef>
 #include <cstring>
 #include <regex>
@@ -111,6 +111,39 @@ TEST(Docs, LinksPathsAndScriptsExist) {
     }
 }
 
+// The literals of the sources that end a run or have the look of a message, without line ends around them.
+static std::set<std::string> messages_of_sources() {
+    const std::string literal = "\"((?:[^\"\\\\\n]|\\\\.)*)\"";
+    const std::string ending = "(?:error_exit|ov_abort)\\(std\\w+, " + literal;
+    const std::regex look("[$]|bort|Cannot|[Ii]nvalid"), edges("^(\\\\n| )+|(\\\\n| )+$");
+    std::set<std::string> messages;
+    for (const char* folder : {"src", "tools/fit"}) {
+        for (const auto& entry : fs::recursive_directory_iterator(root / folder)) {
+            const std::string source = entry.path().extension() == ".cpp" ? read_file(entry.path()) : "";
+            for (const std::string& text : matches(source, ending.c_str()))
+                if (text != "%s")
+                    messages.insert(std::regex_replace(text, edges, ""));
+            for (const std::string& text : matches(source, literal.c_str()))
+                if (std::regex_search(text, look))
+                    messages.insert(std::regex_replace(text, edges, ""));
+        }
+    }
+    return messages;
+}
+
+TEST(Docs, EveryMessageHasItsRow) {
+    std::set<std::string> rows;
+    for (const std::string& cell : matches(read_file(root / "docs/messages.md"), "\n[|] (`.*?) [|] "))
+        for (const std::string& text : matches(cell, "`([^`]+)`"))
+            EXPECT_TRUE(rows.insert(text).second) << "twice: " << text;
+    const std::set<std::string> messages = messages_of_sources();
+    EXPECT_GT(messages.size(), 100u);
+    for (const std::string& text : messages)
+        EXPECT_EQ(rows.count(text), 1u) << "no row: " << text;
+    for (const std::string& text : rows)
+        EXPECT_EQ(messages.count(text), 1u) << "no message: " << text;
+}
+
 // Feeds the documented keys and defaults to the readers: none is unknown, none changes anything.
 TEST(Docs, SettingsAndTheirDefaults) {
     const std::string page = read_file(root / "docs/parameter-file.md");
@@ -121,7 +154,8 @@ TEST(Docs, SettingsAndTheirDefaults) {
             text += std::regex_replace(row, std::regex("[|`]"), "") + "\n";
         return text;
     };
-    const std::string keys = rows(page.substr(keys_part, flags_part - keys_part)), flags = rows(page.substr(flags_part));
+    const std::string keys = rows(page.substr(keys_part, flags_part - keys_part));
+    const std::string flags = rows(page.substr(flags_part));
     EXPECT_EQ(lines_of(keys).size(), 29u);
     EXPECT_EQ(lines_of(flags).size(), 23u);
     const temp_dir dir;
@@ -129,7 +163,8 @@ TEST(Docs, SettingsAndTheirDefaults) {
     const outcome end = run_child([&] {
         orvel::epsilon_record records[2];
         for (int i = 0; i < 2; ++i) {
-            std::FILE* block = text_stream("EPS_CONTROL_PARAMETERS{\n" + (i == 0 ? "" : keys) + "}EPS_CONTROL_PARAMETERS\n");
+            const std::string word = "EPS_CONTROL_PARAMETERS";
+            std::FILE* block = text_stream(word + "{\n" + (i == 0 ? "" : keys) + "}" + word + "\n");
             orvel::read_eps_ctrl_params(block);
             std::fclose(block);
             records[i] = orvel::epsilon;

@@ -144,7 +144,7 @@ TEST(Run, StoppedBeforeItsJob) {
         {"no.dat", "", "", "parameter_file: no.dat\n", cannot_read + "no.dat. Abort.\n", "no"},
         {"no p.dat", "", "", ": no p.dat\n", cannot_read + "no p.dat. Abort.\n", "no p"},
         {"no/a.dat", "", "", no_ini, "$$ Cannot open no/a_log.txt. Abort.\n", ""},
-        {".", "", "", file_end, "", "."}, // a folder; its stem is empty
+        {".", "", "", "parameter_file: .\n", "$$ Cannot read .. Abort.\n", "."}, // a folder; its stem is empty
         {n247, "", "", file_end, "", n247},
         {n247 + "n", "", "", too_long, "", ""},
         {"a." + x253, "", "", file_end, "", "a"},

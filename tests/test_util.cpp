@@ -8,6 +8,7 @@
 #include <map>
 #include <sstream>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,6 +35,11 @@ struct default_settings : testing::EmptyTestEventListener {
     }
 };
 const bool listening = [] {
+    int file; // in the place of standard streams that are closed, so that no file of a test comes to stand there
+    do
+        file = open("/dev/null", O_RDWR);
+    while (file >= 0 && file <= STDERR_FILENO);
+    close(file);
     testing::UnitTest::GetInstance()->listeners().Append(new default_settings);
     return true;
 }();
@@ -184,7 +190,9 @@ void expect_memory_faults(const std::function<outcome()>& run) {
         for (const auto& file : new_files(inputs))
             fs::remove(file.first);
         setenv("ORVEL_FAIL_AT", std::to_string(fail_at).c_str(), 1);
-        setenv("LD_PRELOAD", ORVEL_FAILING_MALLOC, 1);
+        const fs::path library = ORVEL_FAILING_MALLOC; // a blank would end its name, but not that of its folder
+        setenv("LD_LIBRARY_PATH", library.parent_path().c_str(), 1);
+        setenv("LD_PRELOAD", library.filename().c_str(), 1);
         const outcome end = run();
         unsetenv("LD_PRELOAD");
         return end;

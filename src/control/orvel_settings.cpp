@@ -101,7 +101,7 @@ static bool take_dbg_line(char* line) {
 
 void read_ini_file() {
     set_dbg_defaults();
-    std::FILE* ini = std::fopen(ini_file_name, "r");
+    std::FILE* ini = ov_fopen_rmode(ini_file_name);
     if (ini == nullptr) {
         ov_fprintf(stdout, "Cannot find orvel.ini file.  No options.\n");
         return;

@@ -22,17 +22,20 @@ static int get_text_char(std::FILE* stream) {
     return c;
 }
 
-// fgets in text mode, on any platform.
+// fgets in text mode, on any platform. What cannot be read ends the process: a directory, a device
+// that fails, and one whose line does not end.
 static char* get_line(int n, char* buf, std::FILE* stream) {
     int length = 0;
-    while (length < n - 1) {
-        const int c = get_text_char(stream);
+    int c = 0;
+    while (c != '\n' && length < n - 1) {
+        c = get_text_char(stream);
         if (c == EOF)
             break;
         buf[length++] = static_cast<char>(c);
-        if (c == '\n')
-            break;
     }
+    const bool cut = c != EOF && c != '\n';
+    if (std::ferror(stream) != 0 || (cut && ov_is_device(stream)))
+        ov_cannot_read(stream);
     buf[length] = '\0';
     return length > 0 ? buf : nullptr;
 }
@@ -82,7 +85,7 @@ void remove_extention(const char* name, char* stem) {
 }
 
 std::FILE* fopen_chk_rmode(const char* path) {
-    std::FILE* stream = std::fopen(path, "r");
+    std::FILE* stream = ov_fopen_rmode(path);
     if (stream == nullptr)
         ov_abort(stderr, "$$ (fopen_chk_rmode) Cannot open %s. Abort.\n", path);
     return stream;

@@ -14,8 +14,9 @@ namespace orvel {
 constexpr const char* separators = " ,\t";
 
 // Reads the next line that is no comment into buf (n bytes, newline kept) and returns buf, or null
-// at end of file, also inside a block comment. A longer line is split at n - 1 characters; CR LF
-// counts as one newline.
+// at end of file, also inside a block comment. A longer line is split at n - 1 characters, but that of
+// a device, which may never end; CR LF counts as one newline. What cannot be read ends the process as
+// ov_cannot_read does.
 char* comment_skip_fgets(int n, char* buf, std::FILE* stream);
 
 // Removes the last character of a text that contains a newline. Returns the text.

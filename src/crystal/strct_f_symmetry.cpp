@@ -95,7 +95,7 @@ static void append_centrings(char letter, int r_hex_axes, int& num_sym_op, sym_o
 }
 
 sym_op* read_sp_group_tbl(int sg_no, int& num_sym_op, int& inversion_flag, char* latt_type, int& r_hex_axes) {
-    std::FILE* file = std::fopen(spg_file_name, "r");
+    std::FILE* file = ov_fopen_rmode(spg_file_name);
     if (file == nullptr)
         ov_abort(stdout, "Cannot open %s.\n", spg_file_name);
     const spg_head head = find_head(sg_no, file);

@@ -2,14 +2,16 @@
 //
 // orvel_sweep: the examples with small sizes, and each mutation of each line of their files. With limited memory,
 // disk and time every run must end with status 0, or with status 1, a message, and without results that look
-// complete. ORVEL_SWEEP_STRIDE=N takes every N-th run, ORVEL_SWEEP_SEEDS=FOLDER writes the jobs as inputs of
-// fuzz_run instead.
+// complete; numbers that are none are told. ORVEL_SWEEP_STRIDE=N takes every N-th run, ORVEL_SWEEP_SEEDS=FOLDER
+// writes the jobs as inputs of fuzz_run instead.
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <map>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -119,6 +121,22 @@ static std::map<std::string, std::size_t> results(const file_set& files) {
     return found;
 }
 
+// The files of the last run with nan or inf where a number stands, of which it said nothing.
+static std::set<std::string> untold_numbers(const file_set& files, const std::string& err) {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(".")) {
+        const std::string name = entry.path().filename();
+        if (files.count(name) == 1 || contains(name, "_log") || contains(err, "$$Warning: " + name + " holds values"))
+            continue;
+        const std::string text = " " + read_file(name) + " ";
+        for (const char* word : {"nan", "inf"})
+            for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1))
+                if (std::strchr(" \t\n=:-", text[at - 1]) != nullptr && std::strchr(" \t\n,)", text[at + 3]) != nullptr)
+                    names.insert(name);
+    }
+    return names;
+}
+
 static bool has_message(const std::string& text) {
     static const char* const messages[] = {
         "Abort", "$$error", "$$ERROR: ", "Cannot open", "Not enough memory", "$$ Invalid paramter: branch_begin",
@@ -195,10 +213,13 @@ TEST_P(Sweep, EndsInAResultOrAMessage) {
             const std::string text = end.out + end.err;
             const bool closed = contains(text, "See you again!!") || contains(text, "reflex_only_flag=1. exit.");
             const bool told = end.status == 1 && has_message(text) && !closed && results(changed) != whole_results;
+            const std::string where = file + " line " + std::to_string(at + 1) + " \"" + lines[at] + "\", mutation " +
+                                      std::to_string(i % num_mutations);
             EXPECT_TRUE(end.status == 0 ? closed : told)
-                << file << " line " << at + 1 << " \"" << lines[at] << "\", mutation " << i % num_mutations
-                << ": status " << end.status << "\n"
+                << where << ": status " << end.status << "\n"
                 << text.substr(text.size() - std::min<std::size_t>(text.size(), 1000));
+            const std::set<std::string> untold = untold_numbers(changed, end.err);
+            EXPECT_TRUE(end.status != 0 || untold.empty()) << where << ": nan or inf in " << *untold.begin();
             ++runs;
             good += end.status == 0;
         }
