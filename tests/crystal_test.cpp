@@ -110,7 +110,8 @@ TEST(Symmetry, TableFaults) {
         {none, "", {"", "1 0 2 1 P\nX,Y,Z\n", "\n1 0\n", "2000000000 0 2 1 P\n1 0 1 1 P\nX,Y,Z\n"}},
         {"", "Invalid lattice type in space-group table.\n", // no letter, too
          {"1 0 1 1 p\nX,Y,Z\n", "1 0 1 1\nX,Y,Z\n", "1 0 1\nX,Y,Z\n1 0 1 1 P\nX,Y,Z\n"}},
-        {bad, "", {"0 0 1 1 P\n", "2 0 1 1 P\nX,Y,Z\n", "1 0 1 1 P\nX,Y\n", "1 0 1 1 P\nX,Y,Z+1/0\n", "1 0 1 1 P\nX,Y,Z+1/Y\n"}},
+        {bad, "", // too short, or a fraction over zero
+         {"0 0 1 1 P\n", "2 0 1 1 P\nX,Y,Z\n", "1 0 1 1 P\nX,Y\n", "1 0 1 1 P\nX,Y,Z+1/0\n", "1 0 1 1 P\nX,Y,Z+1/Y\n"}},
     };
     const auto read = [] { crystal c(crystal_text("1\n", {})); };
     for (const auto& c : cases) {

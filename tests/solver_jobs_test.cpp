@@ -591,7 +591,7 @@ TEST(SolverJobs, IncidenceOfDataSets) {
             orvel::dynamical_calculation(nullptr, num_par, nullptr, nullptr, chisq, context);
         });
         EXPECT_TRUE(contains(end.out, "flag_bs 10\n")) << end.out;
-        EXPECT_TRUE(ends_with(end.out, c.message.empty() ? "a_fst1.txt\n" : "flag_bs 10\n" + c.message)) << end.out;
+        EXPECT_TRUE(ends_with(end.out, c.message.empty() ? "1.txt\n" : "flag_bs 10\n" + c.message)) << end.out;
         EXPECT_EQ(end.status, c.message.empty() ? 0 : 1) << c.message;
     }
 }
