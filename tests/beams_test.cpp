@@ -33,13 +33,14 @@ struct found {
     std::vector<indices> exact, bethe;
     found(crystal& c, const beam_search& bs, uvw zone, r_hkl base1, double H, double G, double kv, bool sphere = false) {
         std::vector<hkl> e(to_size(bs.num_g_limit)), b(to_size(bs.num_g_limit));
-        int num_exact, num_bethe;
+        const beam_setup setup = {{zone, zone, base1, H, G, kv}, bs, 0, 0, nullptr};
+        found_beams lists = {0, 0, e.data(), b.data()};
         if (sphere)
-            beam_search_sphere(num_exact, num_bethe, e.data(), b.data(), bs, kv, c);
+            beam_search_sphere(setup, c, lists);
         else
-            search_beams(num_exact, num_bethe, e.data(), b.data(), bs, zone, base1, H, G, kv, c);
-        exact = beams_of(num_exact, e.data());
-        bethe = beams_of(num_bethe, b.data());
+            search_beams(setup, c, lists);
+        exact = beams_of(lists.num_exact, e.data());
+        bethe = beams_of(lists.num_bethe, b.data());
     }
     static std::size_t to_size(int n) { return static_cast<std::size_t>(n); }
 };
@@ -176,7 +177,8 @@ TEST(Beams, LimitsOneByOne) {
     // K = 27: S = -g^2/(2K) without a disk; along the zone axis -K_z g_z/K less that; K_t = -g/2 is excited.
     double s1, s2;
     const auto error = [&](hkl g, double tilt, double disk) {
-        return abs_edge_s_g_tilt(g, {0, 0, 1}, {1, 0, 0}, {0, 1, 0}, tilt, 0, 4, 27, disk, s1, s2, lattice_of(c));
+        const beam_geometry geometry = {lattice_of(c), 27, 4, 0, 0, 0, 0};
+        return abs_edge_s_g_tilt(g, {{0, 0, 1}, {0, 0, 1}, {1, 0, 0}, tilt, 0, 0}, {0, 1, 0}, geometry, disk, s1, s2);
     };
     EXPECT_NEAR(error({1, 0, 0}, 0, 0), 0.0625 / 54, 1e-15);
     EXPECT_NEAR(error({0, 0, 1}, 0, 0.7), 0.25 - 0.03125 / 27, 1e-12);
@@ -262,7 +264,7 @@ TEST(Report, EverySearchMethod) {
     crystal c(crystal_text("1\n4\n4\n4\n90\n90\n90\n", {}));
     beam_search bs = {};
     bs.flag_bs = 7;
-    EXPECT_EQ(run_child([&] { reflex_dump_csd(3, 0, 0, nullptr, c, bs, {0, 0, 1}, {1, 0, 0}, 100, lattice_of(c)); }).out,
+    EXPECT_EQ(run_child([&] { reflex_dump_csd(3, {{{0, 0, 1}, {}, {1, 0, 0}, 0, 0, 100}, bs, 0, 0, nullptr}, c, lattice_of(c)); }).out,
               "reflex output ==> _fg3.txt\n$$ beam_search: manual\n$$ beam_search.flag_bs = 7\n");
     EXPECT_EQ(read_file("_fg3.txt"), "# [0 0 1]\n# Exact= 0  Bethe= 0\n" + columns);
 }

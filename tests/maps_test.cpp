@@ -13,6 +13,7 @@
 
 #include "job_util.h"
 #include "jobs/e_density.h"
+#include "jobs/ov_sim_maps.h"
 #include "numeric/vecmat.h"
 
 using namespace orvel;
@@ -265,7 +266,10 @@ TEST(Maps, RunsOfARow) {
     std::uniform_real_distribution<double> real(-1, 1);
     for (const auto& c : cases) {
         sd cond = {};
+        cond.nx = 2;
         cond.ny = c.ny;
+        cond.range_x1 = -0.37;
+        cond.range_x2 = 4.5;
         cond.range_y1 = -1.3;
         cond.range_y2 = 1.9;
         cond.base_x1 = {0.3, -0.7, 0.1};
@@ -278,22 +282,20 @@ TEST(Maps, RunsOfARow) {
             coef[0].push_back({real(random), real(random)});
             coef[1].push_back({real(random), real(random)});
         }
-        map_waves rows = new_map_waves(cond, c.n, beams.data());
+        map_cursor at = new_map_cursor(cond, c.n, beams.data(), coef[0].data(), coef[1].data());
+        int points = 0;
+        testing::internal::CaptureStdout(); // progress
         const double tolerance = 1e-12 * c.n * std::max(1, c.largest / 30);
-        for (double x : {0.0, -0.37, 4.5})
-            for (int iy = 0, count = 0; iy < c.ny; iy += count) {
-                count = start_run(rows, x, iy);
-                for (const auto& a : coef) {
-                    complex sums[wave_run_max];
-                    sum_run(rows, a.data(), sums);
-                    for (int j = 0; j < count; ++j) {
-                        const r_uvw r = map_point(cond, x, map_coordinate(iy + j, c.ny, -1.3, 1.9));
-                        const complex plain = calc_inv_fourier(r, c.n, beams.data(), a.data());
-                        EXPECT_LT(c_abs(c_sub(sums[j], plain)), tolerance) << c.n << " beams, point " << iy + j;
-                    }
+        while (next_row(at))
+            for (; next_point(at); ++points)
+                for (int k = 0; k < 2; ++k) {
+                    const r_uvw r = map_point(cond, at.ix == 0 ? -0.37 : 4.5, map_coordinate(at.iy, c.ny, -1.3, 1.9));
+                    const complex plain = calc_inv_fourier(r, c.n, beams.data(), coef[k].data());
+                    EXPECT_LT(c_abs(c_sub(at.value[k], plain)), tolerance) << c.n << " beams, point " << at.iy;
                 }
-            }
-        free_map_waves(rows);
+        testing::internal::GetCapturedStdout();
+        EXPECT_EQ(points, 2 * c.ny);
+        free_map_cursor(at);
     }
 }
 

@@ -8,6 +8,7 @@
 
 #include "control/ov_mpi.h"
 #include "refine_util.h"
+#include "solver/ovfunc_tilt.h"
 
 using namespace orvel;
 using namespace orvel_test;
@@ -455,7 +456,7 @@ TEST(RefineFaults, EachMessageOnce) {
         {[&] { f.cr.num_lofg = 1; f.cr.lof_type = 6; list_csd_values(f.cr); }, "$$ Invalid lof_type 6. Abort.\n", ""},
         {[&] { f.cr.num_lofg = 1; f.cr.lof_type = 5; search_csd_fed(0, f.cr, 1, f.sets); }, "$$error: lof_type=5 not available\n", ""},
         {[&] { f.cr.num_lofg = 1; f.cr.lof_type = 0; search_csd_fed(0, f.cr, 1, f.sets); }, "$$error: (fget_low_g_cst) invalid lof_type(=0)\n", ""},
-        {[&] { work_cal_int w; calc_intensity_ug_coherent({}, 0, {}, {}, 0, 0, nullptr, nullptr, 1, nullptr, 0, nullptr, 0, nullptr, 0, {}, {}, {}, 0, 0, 0, nullptr, nullptr, w); },
+        {[&] { work_cal_int w; tilt_problem p = {}; p.num_perturb = 1; calc_intensity_ug_coherent(p, {}, {}, nullptr, w); },
          "$$error: perturbation is not available in coherent mode.\n", ""},
         {[&] { search_csd_fed(5, f.cr, 1, f.sets); }, "$$error: (search_csd_fed) invalid ntp=5\n", ""},
         {[&] { val_search_fed("nobody", 1, f.sets); }, "$$error: (val_search_fed) constraint nobody not found\n", ""},

@@ -9,6 +9,7 @@
 #include "numeric/lb_eigmat.h"
 #include "numeric/lb_invmat.h"
 #include "refine_util.h"
+#include "solver/ovfunc_potential.h"
 #include "solver/perturb.h"
 
 using namespace orvel;
@@ -21,21 +22,18 @@ namespace {
 
 // Intensities of one tilt of four exact and one Bethe beam with table vg, and by perturbation with pvg.
 static void solve(int flag_bs, const csd& cr, complex** vg, complex*** pvg, std::vector<double>& full, std::vector<double>& perturbed) {
-    const hkl beams[5] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {-1, 0, 0}, {1, 1, 0}};
+    hkl beams[5] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {-1, 0, 0}, {1, 1, 0}};
     const int out[4] = {0, 1, 2, 4}; // the last is a Bethe beam and stays dark
     const double thickness[2] = {150, 420};
-    const lattice lat = lattice_of(cr);
     const uvw zone = {0, 0, 1};
-    beam_search bs = {};
-    bs.flag_bs = flag_bs;
-    double zone_len, normal_len, cos_zn, lambda, energy;
-    pre_calc_intensity(100, zone, zone, lat, zone_len, normal_len, cos_zn, lambda, energy);
+    beam_setup setup = {{zone, zone, {1, 0, 0}, 0, 0, 100}, {}, 4, 1, beams};
+    setup.beam_search.flag_bs = flag_bs;
+    const tilt_problem problem = {setup, pre_calc_intensity(setup, 27.0, lattice_of(cr)), vg, 4, out, 2, thickness, pvg != nullptr ? 1 : 0, pvg};
     work_cal_int work;
-    alloc_work_cal_int(5, 4, pvg != nullptr ? 1 : 0, work);
+    alloc_work_cal_int(5, 4, problem.num_perturb, work);
     double** I = new_matrix<double>(4, 2);
     double*** pI = new_tensor<double>(1, 4, 2);
-    calc_intensity_with_perturb_ug({-0.4, 0.1, 0}, 27.0, bs, 4, 1, beams, vg, pvg != nullptr ? 1 : 0, pvg, 4, out, 2, thickness,
-                                   100, zone, zone, lat, zone_len, normal_len, cos_zn, I, pI, work);
+    calc_intensity_with_perturb_ug(problem, {-0.4, 0.1, 0}, I, pI, work);
     full.assign(I[0], I[0] + 8);
     perturbed.assign(pI[0][0], pI[0][0] + 8);
     free_work_cal_int(work);

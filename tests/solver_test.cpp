@@ -14,7 +14,8 @@
 #include "crystal_util.h"
 #include "numeric/machine.h"
 #include "numeric/vecmat.h"
-#include "solver/ovfunc.h"
+#include "solver/ovfunc_potential.h"
+#include "solver/ovfunc_tilt.h"
 
 using namespace orvel;
 using namespace orvel_test;
@@ -39,7 +40,6 @@ namespace {
 struct specimen {
     table_dir tables;
     crystal xtal;
-    beam_search bs = {};
     hkl* list;
     tilt_problem p = {};
     std::vector<int> out_beams; // all of the list
@@ -47,25 +47,19 @@ struct specimen {
     specimen(const std::string& text, double kv, uvw zone, uvw normal, r_hkl base1, const std::string& search)
         : xtal(with_default_settings(text)) {
         std::FILE* file = text_stream(search);
-        bs.disksize = 0.5;
-        fget_beam_list(file, bs, p.num_exact_beam, p.num_bethe_beam, list, zone, base1, 0.0, 0.0, kv, xtal);
+        beam_setup setup = {{zone, normal, base1, 0, 0, kv}, {}, 0, 0, nullptr};
+        setup.beam_search.disksize = 0.5;
+        fget_beam_list(file, setup, xtal);
         std::fclose(file);
-        while (static_cast<int>(out_beams.size()) < p.num_exact_beam + p.num_bethe_beam)
+        list = setup.reflex_sel;
+        while (static_cast<int>(out_beams.size()) < num_beams(setup))
             out_beams.push_back(static_cast<int>(out_beams.size()));
-        p.bs = &bs;
-        p.reflex_sel = list;
+        p = new_tilt_problem(setup, xtal, nullptr, lattice_of(xtal));
         p.num_g = static_cast<int>(out_beams.size());
         p.out_beams = out_beams.data();
-        p.kv = kv;
-        p.zone_uvw = zone;
-        p.normal_uvw = normal;
-        p.lat = lattice_of(xtal);
-        p.abs_K = calc_abs_K(xtal, kv, p.lat);
-        double lambda, energy;
-        pre_calc_intensity(kv, zone, normal, p.lat, p.zone_len, p.normal_len, p.cos_zn, lambda, energy);
         p.vg = new_matrix<complex>(out_beams.size(), out_beams.size());
         int flag;
-        potential_matrix_csd(p.num_exact_beam, p.num_bethe_beam, list, xtal, kv, p.lat, p.vg, flag);
+        potential_matrix_csd(p.num_exact_beam, p.num_bethe_beam, list, xtal, kv, p.geometry.lat, p.vg, flag);
         EXPECT_EQ(flag, 0);
     }
     ~specimen() {
@@ -112,14 +106,14 @@ static std::string given_factors(const std::string& F_im) {
 static solved_tilt solve(const specimen& s, r_hkl K_t, const std::vector<double>& thickness) {
     work_cal_int work;
     alloc_work_cal_int(s.p.num_g, s.p.num_g, 0, work);
-    tilt_state state = select_tilt(s.p, K_t, work);
-    solve_tilt(s.p, "", nullptr, state, work);
+    select_tilt(s.p, K_t, work);
+    solve_tilt(s.p, nullptr, work);
     const int num_g = s.p.num_g;
-    const int *const exact = work.sel, *const bethe = exact + state.nesel;
-    solved_tilt tilt = {{exact, bethe}, {bethe, bethe + state.nbsel}, {work.beta_ge, work.beta_ge + num_g}, {}};
+    const int *const exact = work.sel, *const bethe = exact + work.nesel;
+    solved_tilt tilt = {{exact, bethe}, {bethe, bethe + work.nbsel}, {work.beta_ge, work.beta_ge + num_g}, {}};
     std::vector<complex> psi(to_size(num_g));
     for (double t : thickness) {
-        tilt_amplitudes(s.p, state, work, t, psi.data());
+        tilt_amplitudes(s.p, work, t, psi.data());
         tilt.psi.emplace_back();
         for (complex wave : psi)
             tilt.psi.back().push_back(std_of(wave));
@@ -143,22 +137,20 @@ static void expect_near(const char* what, const std::vector<double>& got, const 
 // K_z * 12/13. S = -(2 K.g + g^2) / (2 K), beta = 1 + g_n / K_n.
 TEST(Solver, HandWorkedNumbers) {
     specimen s(given_factors("0.12"), 100, {0, 0, 1}, {0, 1, 2}, {1, 0, 0}, "0\n4 0\n0 0 0\n1 0 0\n0 2 1\n-1 1 -1\n");
-    double lengths[3], lambda, energy, S[4], beta[4];
-    pre_calc_intensity(100, s.p.zone_uvw, s.p.normal_uvw, s.p.lat, lengths[0], lengths[1], lengths[2], lambda, energy);
-    const double K_z = calc_K_z(s.p.abs_K, {0.2, -0.1, 0}, s.p.lat);
-    const double K_n = calc_K_n({0.2, -0.1, 0}, K_z, lengths[1], s.p.normal_uvw, lengths[2]);
-    calc_sg_beta_g({0.2, -0.1, 0}, K_z, K_n, s.p.abs_K,
-                   lengths[0], s.p.zone_uvw, lengths[1], s.p.normal_uvw, 3, 1, s.list, s.p.lat, S, beta);
-    const int sel[3] = {0, 2, 1};
+    double S[4], beta[4];
+    const beam_geometry& job = s.p.geometry;
+    const wave_vector K = calc_wave_vector(s.p, job, {0.2, -0.1, 0});
+    calc_sg_beta_g(s.p, job, K, 4, s.list, S, beta);
+    int sel[3] = {0, 2, 1};
     complex** A = new_matrix<complex>(3, 3);
-    construct_ug_mat_slct(2, 1, sel, 100, s.p.vg, S, beta, A);
+    construct_ug_mat_slct({2, 1, sel}, 100, s.p.vg, S, beta, A);
     const double U_0 = 0.000380601562, beta_021 = 0.987665911718;
     const cplx U_g = std_of(s.p.vg[2][1]) * (1.19569507 * 0.020886563 / pi);
-    expect_near("job", {lambda, relativ_corr(100), energy, lengths[0], lengths[1], lengths[2]},
+    expect_near("job", {job.wavelength, relativ_corr(100), job.evdash, job.zone_len, job.normal_len, job.cos_zn},
                 {0.0370143765873, 1.19569507, 1e5 * (1 + 5e4 / 510999) / (1 + 1e5 / 510999), 6, 13, 12.0 / 13});
     expect_near("V of 000, 100, -100",
                 {s.p.vg[3][3].re, s.p.vg[1][0].re, s.p.vg[0][1].re}, {3.83021371204, 0.95755342801, 0.95755342801});
-    expect_near("K", {s.p.abs_K, K_z, K_n}, {27.0170930845, -27.0170394147, -24.9464979213});
+    expect_near("K", {job.abs_K, K.K_z, K.K_n}, {27.0170930845, -27.0170394147, -24.9464979213});
     expect_near("S", {S[0], S[1], S[2], S[3]}, {0, -0.00161934519984, 0.163487278211, -0.168466636181});
     expect_near("beta", {beta[0], beta[1], beta[2], beta[3]}, {1, 1, beta_021, 1.00308352207});
     // (2 K S + i U'(0)) / beta on the diagonal, U / sqrt(beta beta) off it; beams 000, 021, 100
@@ -172,7 +164,7 @@ TEST(Solver, HandWorkedNumbers) {
     // of g = 100 is -36 degrees, for elastic and absorptive part alike.
     specimen atom(one_atom("0\n"), 100, {0, 0, 1}, {0, 0, 1}, {1, 0, 0}, "0\n2 0\n0 0 0\n1 0 0\n");
     const double vacuum = 27.0165295812;
-    EXPECT_NEAR(atom.p.abs_K,
+    EXPECT_NEAR(atom.p.geometry.abs_K,
                 std::sqrt(vacuum * vacuum + 1.19569507 * atom.xtal.bk[0].dt[0] / 1000 / (120 * pi)), 1e-9);
     const cplx V = std_of(atom.p.vg[1][0]), V_minus = std_of(atom.p.vg[0][1]);
     EXPECT_NEAR(std::arg(V + std::conj(V_minus)) * 180 / pi, -36, 1e-9) << "elastic";
@@ -180,22 +172,22 @@ TEST(Solver, HandWorkedNumbers) {
 
     // exp(-i pi lambda t / K_n) for lambda = 0.01 + 0.002 i, t = 1000, K_n = -25 is
     // exp(0.4 pi i - 0.08 pi), divided here by sqrt(beta) = 2. No beam outside 0 .. n - 1 has a wave.
-    const int branch[] = {0};
-    const double beta_sel[] = {4};
-    const complex value[] = {{0.01, 0.002}}, bc[] = {{2, 0}}, vector[] = {{1, 0}};
-    const complex* const vectors[] = {vector};
-    const complex psi = psi_limited_ug(0, 1000, 1, 1, branch, -25, beta_sel, value, vectors, bc);
+    int branch[] = {0};
+    double beta_sel[] = {4};
+    complex value[] = {{0.01, 0.002}}, bc[] = {{2, 0}}, vector[] = {{1, 0}}, *vectors[] = {vector};
+    const bloch_waves waves = {{1, 0, branch}, -25, beta_sel, value, vectors, bc, 1, branch};
+    const complex psi = psi_limited_ug(0, 1000, waves);
     EXPECT_NEAR(psi.re, 0.24034343, 1e-8);
     EXPECT_NEAR(psi.im, 0.73970102, 1e-8);
     for (int pos : {-1, 1})
-        EXPECT_EQ(psi_to_intensity_limited_ug(pos, 0, 1, 1, branch, -25, beta_sel, value, vectors, bc), 0.0) << pos;
+        EXPECT_EQ(psi_to_intensity_limited_ug(pos, 0, waves), 0.0) << pos;
     std::vector<double> thickness(150); // more than are worked on at once
     std::iota(thickness.begin(), thickness.end(), 900.0);
     const int out_pos[] = {1, 0};
     std::vector<complex> many(2 * thickness.size(), {1, 1});
-    psi_of_beams(2, out_pos, 150, thickness.data(), 1, 1, branch, -25, beta_sel, value, vectors, bc, many.data());
+    psi_of_beams(2, out_pos, 150, thickness.data(), waves, many.data());
     for (std::size_t t = 0; t < 150; ++t) {
-        const complex one = psi_limited_ug(0, thickness[t], 1, 1, branch, -25, beta_sel, value, vectors, bc);
+        const complex one = psi_limited_ug(0, thickness[t], waves);
         EXPECT_LT(c_abs(c_sub(many[150 + t], one)), 1e-15) << t;
         EXPECT_EQ(c_abs(many[t]), 0.0) << t;
     }
@@ -321,7 +313,7 @@ static matrix waves_by_exponential(const specimen& s, r_hkl K_t, const solved_ti
             m[i * N + j] = U(g.h - s.list[beams[j]].h, g.k - s.list[beams[j]].k, g.l - s.list[beams[j]].l);
         m[i * N + i] = {K_matrix / K * (K * K - dot(k_g, k_g)), U(0, 0, 0).imag()};
     }
-    m = folded(N, m, exact, s.bs.flag_bs >= 10);
+    m = folded(N, m, exact, s.p.beam_search.flag_bs >= 10);
     for (std::size_t i = 0; i < exact; ++i) {
         const hkl g = s.list[beams[i]];
         m[std::slice(i * exact, exact, 1)] *= matrix(cplx(0, -pi * t) / (K_n + dot(at(g.h, g.k, g.l), n)), exact);
@@ -520,7 +512,7 @@ TEST(Solver, LimitedBranch) {
 TEST(Solver, SelectionPerTilt) {
     // w = xi |Sg|: 1e10 angstrom for a vanishing potential; xi of 3 V at 100 kV
     const double small = std::ldexp(1.0, -30), xi = 150.41214074282078 / (1.19569507 * 3 * 0.037014376587273065);
-    const hkl list[] = {{0, 0, 0}, {1, -1, 0}, {0, 1, -1}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
+    hkl list[] = {{0, 0, 0}, {1, -1, 0}, {0, 1, -1}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
     complex** vg = new_matrix<complex>(6, 6);
     vg[3][0] = {0, -3};
     vg[4][0] = {3, 0};
@@ -543,7 +535,8 @@ TEST(Solver, SelectionPerTilt) {
         {3, 1, {9, 0.04, 0.03, 0.02, 0.019, 0.01}, 0.04, 0.08, "212121"},
         {13, 1, {9, -0.08, 0.079, 0.04, -0.039, 0.0099}, 0.04, 0.08, "201012"}};
     for (const auto& c : cases) {
-        beam_search bs = {};
+        beam_setup setup = {{{1, 1, 1}, {}, {}, 0, 0, 100}, {}, 4, 2, list};
+        beam_search& bs = setup.beam_search;
         bs.flag_bs = c.flag_bs;
         bs.wgbmin = bs.sgbmin = c.exact_limit;
         bs.wgmax = bs.sgmax = c.bethe_limit;
@@ -554,10 +547,12 @@ TEST(Solver, SelectionPerTilt) {
         epsilon.vg_select_flag = c.vg_select_flag;
         const double beta_ge[] = {1, 2, 3, 4, 5, 6};
         const int out_beams[] = {3, 0, 5};
-        int nesel, nbsel, sel[6], out_pos[3];
+        int sel[6], out_pos[3];
         double beta_sel[6];
-        vg_select_info_ug(4, 2, nesel, nbsel, sel, vg, list, c.Sg.data(), bs, {1, 1, 1}, 100);
-        vg_select_trans_ug(4, 2, nesel, nbsel, sel, beta_ge, beta_sel, 3, out_beams, out_pos);
+        beam_selection s = {0, 0, sel};
+        vg_select_info_ug(setup, vg, c.Sg.data(), s);
+        vg_select_trans_ug(s, beta_ge, beta_sel, 3, out_beams, out_pos);
+        const int nesel = s.nesel, nbsel = s.nbsel;
         std::string classes(6, '0');
         for (int i = 0; i < nesel + nbsel; ++i) {
             classes[to_size(sel[i])] = i < nesel ? '2' : '1';
@@ -572,7 +567,8 @@ TEST(Solver, SelectionPerTilt) {
         if (c.vg_select_flag == 0 || c.flag_bs == 0)
             continue;
         const outcome end = run_child([&] {
-            vg_select_info_ug(4, 0, nesel, nbsel, sel, vg, list + 1 + c.flag_bs % 2, c.Sg.data(), bs, {1, 1, 1}, 100);
+            setup.reflex_sel += 1 + c.flag_bs % 2;
+            vg_select_info_ug(setup, vg, c.Sg.data(), s);
         });
         EXPECT_EQ(end.out + end.err, "$$error: reflex_sel[0] must be 000\n");
         EXPECT_EQ(end.status, 1);

@@ -100,22 +100,29 @@ void fget_search_rows(std::FILE* file, beam_search& bs) {
     }
 }
 
-void make_beam_list(const beam_search& bs, bool sphere, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel,
-                    uvw zone_uvw, r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal) {
-    hkl* exact = new_vector<hkl>(to_size(bs.num_g_limit));
-    hkl* bethe = new_vector<hkl>(to_size(bs.num_g_limit));
-    ov_fprintf(stdout, "Beam search (%s)... ", method_of(bs.flag_bs) == method_wg ? "wg" : "sg");
+found_beams new_found_beams(int num_g_limit) {
+    return {0, 0, new_vector<hkl>(to_size(num_g_limit)), new_vector<hkl>(to_size(num_g_limit))};
+}
+
+void take_found_beams(found_beams& found, beam_setup& setup) {
+    setup.num_exact_beam = found.num_exact;
+    setup.num_bethe_beam = found.num_bethe;
+    setup.reflex_sel = new_reflex_sel(found.num_exact, found.num_bethe);
+    beam_merge(found.num_exact, found.num_bethe, found.exact, found.bethe, setup.reflex_sel);
+    std::free(found.exact);
+    std::free(found.bethe);
+}
+
+void make_beam_list(beam_setup& setup, bool sphere, csd& crystal) {
+    found_beams found = new_found_beams(setup.beam_search.num_g_limit);
+    ov_fprintf(stdout, "Beam search (%s)... ", method_of(setup.beam_search.flag_bs) == method_wg ? "wg" : "sg");
     ov_fflush(stdout);
     if (sphere)
-        beam_search_sphere(num_exact_beam, num_bethe_beam, exact, bethe, bs, kv, crystal);
+        beam_search_sphere(setup, crystal, found);
     else
-        search_beams(num_exact_beam, num_bethe_beam, exact, bethe, bs, zone_uvw, zolzbase1,
-                     h_tilt, g_tilt, kv, crystal);
-    ov_fprintf(stdout, "Exact = %d, Bethe = %d\n", num_exact_beam, num_bethe_beam);
-    reflex_sel = new_reflex_sel(num_exact_beam, num_bethe_beam);
-    beam_merge(num_exact_beam, num_bethe_beam, exact, bethe, reflex_sel);
-    std::free(exact);
-    std::free(bethe);
+        search_beams(setup, crystal, found);
+    ov_fprintf(stdout, "Exact = %d, Bethe = %d\n", found.num_exact, found.num_bethe);
+    take_found_beams(found, setup);
 }
 
 int fget_flag_bs(std::FILE* file) {
@@ -124,19 +131,18 @@ int fget_flag_bs(std::FILE* file) {
     return real_to_int(flag);
 }
 
-void fget_beam_list(std::FILE* file, beam_search& bs, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel,
-                    uvw zone_uvw, r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal) {
+void fget_beam_list(std::FILE* file, beam_setup& setup, csd& crystal) {
+    beam_search& bs = setup.beam_search;
     bs.flag_bs = fget_flag_bs(file);
     const int method = method_of(bs.flag_bs);
     if (method == -1)
         ov_abort(stdout, "Invalid flag_bs\n");
     if (method == method_manual) {
-        fget_manual_beams(file, num_exact_beam, num_bethe_beam, reflex_sel);
+        fget_manual_beams(file, setup.num_exact_beam, setup.num_bethe_beam, setup.reflex_sel);
         return;
     }
     fget_search_rows(file, bs);
-    make_beam_list(bs, false, num_exact_beam, num_bethe_beam, reflex_sel, zone_uvw, zolzbase1,
-                   h_tilt, g_tilt, kv, crystal);
+    make_beam_list(setup, false, crystal);
 }
 
 // ---- lists ----------------------------------------------------------------------------------

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "jobs/ov_sim.h"
+#include "jobs/ov_sim_input.h"
 
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
+#include "jobs/ov_sim_maps.h"
+#include "jobs/ov_sim_mesh.h"
 #include "numeric/vecmat.h"
 
 namespace orvel {
@@ -51,15 +53,9 @@ void fget_calc_kxy_range(sd& cond, solver_job job, std::FILE* file) {
     cond.beam_search.disksize = cond.disksize;
 }
 
-void fget_sd_beams(sd& cond, csd& crystal, std::FILE* file) {
-    fget_beam_list(file, cond.beam_search, cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel,
-                   cond.zone_uvw, cond.zolzbase1, cond.h_tilt, cond.g_tilt, cond.kv, crystal);
-}
+void fget_sd_beams(sd& cond, csd& crystal, std::FILE* file) { fget_beam_list(file, cond, crystal); }
 
-void report_beams(const sd& cond, csd& crystal) {
-    reflex_dump_csd(0, cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.beam_search,
-                    cond.zone_uvw, cond.zolzbase1, cond.kv, lattice_of(crystal));
-}
+void report_beams(const sd& cond, csd& crystal) { reflex_dump_csd(0, cond, crystal, lattice_of(crystal)); }
 
 void fget_beam_search_block(sd& cond, csd& crystal, std::FILE* file) {
     chk_data("BEAM_SEARCH{", file);
@@ -142,7 +138,9 @@ void fget_calc_rxy_range(sd& cond, lattice lat, std::FILE* file) {
 static void fget_incidence(sd& cond, solver_job job, csd& crystal, std::FILE* file) {
     fget_incident_beam(cond, file);
     fget_calc_kxy_range(cond, job, file);
-    chk_incidence(cond, job, crystal);
+    const double abs_K = chk_beam(cond, crystal, lattice_of(crystal));
+    lay_mesh(cond);
+    chk_tilts(cond, job, abs_K, lattice_of(crystal));
 }
 
 void input_sim_data(sd& cond, csd& crystal, std::FILE* file) {
@@ -155,7 +153,7 @@ void input_sim_data(sd& cond, csd& crystal, std::FILE* file) {
     chk_data("}SIM_CALCULATION_CONDITION", file);
 }
 
-void input_sim_coherent_data(sd& cond, csd& /*crystal*/, std::FILE* file) {
+void input_sim_coherent_data(sd& cond, std::FILE* file) {
     chk_data("COHERENT{", file);
     cond.coherent_cs = fget_d(file);
     cond.coherent_defocus = fget_d(file);

@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "jobs/ov_sim.h"
+#include "jobs/ov_sim_mesh.h"
 
 #include <cmath>
-#include <cstdlib>
 
 #include "control/orvel.h"
-#include "control/ov_debug.h"
-#include "control/ov_mpi.h"
 #include "numeric/vecmat.h"
-#include "solver/ovfunc.h"
 
 namespace orvel {
 
@@ -45,8 +41,7 @@ static int inside_disk(const sd& cond, double h, double g) {
     return std::sqrt(x * x + y * y) < cond.disksize + epsilon.general_eps ? 1 : 0;
 }
 
-// Sets the places of all tilts.
-static void lay_pixels(sd& cond) {
+void lay_mesh(sd& cond) {
     int num_h, num_g, first_h, first_g;
     mesh_shape(cond, num_h, num_g, first_h, first_g);
     cond.k_pixel = new_vector<pixel>(countable(size_product(to_size(num_h), to_size(num_g))));
@@ -63,9 +58,19 @@ static void lay_pixels(sd& cond) {
     }
 }
 
+void chk_tilts(const sd& cond, solver_job job, double abs_K, lattice lat) {
+    const double base_len = std::sqrt(sq_abs(cond.zolzbase1, lat));
+    const bool first_only = job == solver_bloch || job == solver_tfringe;
+    const int count = first_only ? 1 : cond.num_k_points;
+    for (int k = 0; k < count; ++k) {
+        const pixel& place = cond.k_pixel[k];
+        if (job != solver_sim || place.flag == 1) // the mask of a disk is for patterns alone
+            chk_tilt(abs_K, base_len, place.h, place.g);
+    }
+}
+
 void calc_kxy_tilt(sd& cond, lattice lat) {
     cond.zolzbase2 = zolz_ort_base(cond.zone_uvw, cond.zolzbase1, lat);
-    lay_pixels(cond);
     cond.k_tilt = new_vector<r_hkl>(to_size(cond.num_k_points));
     const r_hkl b1 = cond.zolzbase1;
     const r_hkl b2 = cond.zolzbase2;
@@ -73,55 +78,6 @@ void calc_kxy_tilt(sd& cond, lattice lat) {
         const double h = cond.k_pixel[k].h, g = cond.k_pixel[k].g;
         cond.k_tilt[k] = {0.5 * (h * b1.h + g * b2.h), 0.5 * (h * b1.k + g * b2.k), 0.5 * (h * b1.l + g * b2.l)};
     }
-}
-
-complex** new_potential_matrix(const char* head, const sd& cond, csd& crystal, lattice lat, std::FILE* log) {
-    ov_fprintf(stdout, "%s", head);
-    ov_fflush(stdout);
-    const int N = cond.num_exact_beam + cond.num_bethe_beam;
-    complex** vg = new_matrix<complex>(to_size(N), to_size(N));
-    int err_flag;
-    potential_matrix_csd(cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.kv, lat, vg,
-                         err_flag);
-    if (err_flag != 0)
-        ov_fprintf_stdo(log, "$$ Error in Fg calc. You should check params.\n");
-    debug_vg_dump(vg, N);
-    return vg;
-}
-
-tilt_problem tilt_problem_of(const sd& cond, csd& crystal, complex** vg, lattice lat) {
-    tilt_problem problem = {&cond.beam_search, cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, vg,
-                            cond.num_g, cond.out_beams, cond.kv, cond.zone_uvw, cond.normal_uvw, lat,
-                            calc_abs_K(crystal, cond.kv, lat), 0.0, 0.0, 0.0};
-    double lambda, energy;
-    pre_calc_intensity(cond.kv, cond.zone_uvw, cond.normal_uvw, lat,
-                       problem.zone_len, problem.normal_len, problem.cos_zn, lambda, energy);
-    return problem;
-}
-
-void chk_incidence(const sd& cond, solver_job job, csd& crystal) {
-    const lattice lat = lattice_of(crystal);
-    const double abs_K = chk_incidence(crystal, cond.kv, cond.zone_uvw, cond.normal_uvw, lat);
-    const double base_len = std::sqrt(sq_abs(cond.zolzbase1, lat));
-    sd mesh = cond;
-    lay_pixels(mesh);
-    const bool first_only = job == solver_bloch || job == solver_tfringe;
-    const int count = first_only ? 1 : mesh.num_k_points;
-    for (int k = 0; k < count; ++k) {
-        const pixel& place = mesh.k_pixel[k];
-        if (job != solver_sim || place.flag == 1) // the mask of a disk is for patterns alone
-            chk_tilt(abs_K, base_len, place.h, place.g);
-    }
-    std::free(mesh.k_pixel);
-}
-
-void free_sd(sd& cond) {
-    std::free(cond.reflex_sel);
-    std::free(cond.out_beams);
-    std::free(cond.thickness);
-    std::free(cond.k_pixel);
-    std::free(cond.k_tilt);
-    free_tensor(cond.sim_intensity);
 }
 
 } // namespace orvel
