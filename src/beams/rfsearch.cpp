@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "beams/rfsearch.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <tuple>
 
 #include "control/orvel.h"
 #include "control/ov_input.h"
@@ -80,24 +82,18 @@ void fget_manual_beams(std::FILE* file, int& num_exact_beam, int& num_bethe_beam
 }
 
 void beam_merge(int num_exact, int num_bethe, const hkl* exact, const hkl* bethe, hkl* reflex_sel) {
-    for (int i = 0; i < num_exact; ++i)
-        reflex_sel[i] = exact[i];
-    for (int i = 0; i < num_bethe; ++i)
-        reflex_sel[num_exact + i] = bethe[i];
+    std::copy_n(exact, num_exact, reflex_sel);
+    std::copy_n(bethe, num_bethe, reflex_sel + num_exact);
 }
 
 void fget_search_rows(std::FILE* file, beam_search& bs) {
-    switch (method_of(bs.flag_bs)) {
-    case method_wg:
+    const int method = method_of(bs.flag_bs);
+    if (method == method_wg)
         fget_beam_search_wg(file, bs);
-        break;
-    case method_sg:
+    else if (method == method_sg)
         fget_beam_search_sg(file, bs);
-        break;
-    default:
+    else
         fget_beam_search_sg_multi(file, bs);
-        break;
-    }
 }
 
 found_beams new_found_beams(int num_g_limit) {
@@ -174,13 +170,10 @@ static int hkld_comp(const void* first, const void* second) {
 static int hkl_comp(const void* first, const void* second) {
     const hkl g1 = static_cast<const hkl_d*>(first)->g;
     const hkl g2 = static_cast<const hkl_d*>(second)->g;
-    if (g1.h != g2.h)
-        return g1.h < g2.h ? -1 : 1;
-    if (g1.k != g2.k)
-        return g1.k < g2.k ? -1 : 1;
-    if (g1.l != g2.l)
-        return g1.l < g2.l ? -1 : 1;
-    return 0;
+    const auto key1 = std::tie(g1.h, g1.k, g1.l), key2 = std::tie(g2.h, g2.k, g2.l);
+    if (key1 < key2)
+        return -1;
+    return key2 < key1 ? 1 : 0;
 }
 
 void sort_reflex(int n, hkl* list, lattice lat) {

@@ -10,28 +10,19 @@
 namespace orvel {
 
 static void print_head(std::FILE* file, const beam_search& bs) {
-    switch (method_of(bs.flag_bs)) {
-    case method_manual:
+    const int method = method_of(bs.flag_bs);
+    if (method == method_manual)
         ov_fprintf(file, "# beam_search --> manual\n");
-        break;
-    case method_wg:
-        ov_fprintf(file, "# beam_search par.: \n");
-        ov_fprintf(file, " wgbmin=%lg, wgmax=%lg, xigmax=%lg, lz:%d-%d, gmax=%lg\n",
+    else if (method == method_wg)
+        ov_fprintf(file, "# beam_search par.: \n wgbmin=%lg, wgmax=%lg, xigmax=%lg, lz:%d-%d, gmax=%lg\n",
                    bs.wgbmin, bs.wgmax, bs.xigmax, bs.lz_min, bs.lz_max, bs.g_max);
-        break;
-    case method_sg:
-        ov_fprintf(file, "# beam_search par.: \n");
-        ov_fprintf(file, " sgbmin=%lg, sgmax=%lg, xigmax=%lg, lz:%d-%d, gmax=%lg\n",
+    else if (method == method_sg)
+        ov_fprintf(file, "# beam_search par.: \n sgbmin=%lg, sgmax=%lg, xigmax=%lg, lz:%d-%d, gmax=%lg\n",
                    bs.sgbmin, bs.sgmax, bs.xigmax, bs.lz_min, bs.lz_max, bs.g_max);
-        break;
-    case method_sg_multi:
+    else if (method == method_sg_multi)
         ov_fprintf(file, "# beam_search ---> multi sg\n");
-        break;
-    default:
-        ov_fprintf(stdout, "$$ beam_search: manual\n");
-        ov_fprintf(stdout, "$$ beam_search.flag_bs = %d\n", bs.flag_bs);
-        break;
-    }
+    else
+        ov_fprintf(stdout, "$$ beam_search: manual\n$$ beam_search.flag_bs = %d\n", bs.flag_bs);
 }
 
 void print_rfinfo(int i, int bethe, hkl g, beam_table& table) {

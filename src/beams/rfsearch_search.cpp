@@ -203,17 +203,13 @@ void beam_search_sg_multi(const beam_setup& setup, csd& crystal, found_beams& fo
 }
 
 void search_beams(const beam_setup& setup, csd& crystal, found_beams& found) {
-    switch (method_of(setup.beam_search.flag_bs)) {
-    case method_wg:
+    const int method = method_of(setup.beam_search.flag_bs);
+    if (method == method_wg)
         simple_beam_search_wg(setup, crystal, found);
-        break;
-    case method_sg:
+    else if (method == method_sg)
         simple_beam_search_sg(setup, crystal, found);
-        break;
-    default:
+    else
         beam_search_sg_multi(setup, crystal, found);
-        break;
-    }
 }
 
 void beam_search_sphere(const beam_setup& setup, csd& crystal, found_beams& found) {

@@ -63,8 +63,7 @@ std::FILE* open_map(const char* suffix, const char* what, const char* stem) {
 
 static void print_table_head(const char* what, const char* columns, const sd& cond, std::FILE* table) {
     ov_fprintf(table, "# %s (formed by %d beams)\n", what, num_beams(cond));
-    ov_fprintf(table, "# nx  ny\n");
-    ov_fprintf(table, "# %d  %d\n", cond.nx, cond.ny);
+    ov_fprintf(table, "# nx  ny\n# %d  %d\n", cond.nx, cond.ny);
     ov_fprintf(table, "# x\ty\t%s\n", columns);
 }
 
@@ -75,11 +74,7 @@ static void write_plot(const char* first_line, const char* zrange, const char* t
     std::snprintf(name, sizeof name, "%s%s.plt", stem, suffix);
     std::FILE* script = fopen_chk_wmode(name);
     ov_fprintf(script, "%s\n", first_line);
-    ov_fprintf(script, "set pm3d\n");
-    ov_fprintf(script, "set nosurface\n");
-    ov_fprintf(script, "set view 0,0\n");
-    ov_fprintf(script, "set size square\n");
-    ov_fprintf(script, "set term png crop\n");
+    ov_fprintf(script, "set pm3d\nset nosurface\nset view 0,0\nset size square\nset term png crop\n");
     ov_fprintf(script, "set output \"%s%s.png\"\n", stem, suffix);
     ov_fprintf(script, "#set zrange %s\n", zrange);
     ov_fprintf(script, "splot \"%s%s\" using 1:2:%d with lines\n", stem, table_suffix, column);

@@ -55,8 +55,7 @@ static void print_eigenvalues(const tilt_problem& problem, const work_cal_int& w
     char name[path_max];
     std::snprintf(name, sizeof name, "%s_kn.txt", stem);
     std::FILE* file = ov_fopen_chk_wmode(name);
-    ov_fprintf(file, "%% kn\n");
-    ov_fprintf(file, "%% branch_i\tRe_eigenvalue\tIm_eigenvalue\teps^2\n");
+    ov_fprintf(file, "%% kn\n%% branch_i\tRe_eigenvalue\tIm_eigenvalue\teps^2\n");
     for (int j = 0; j < problem.num_exact_beam; ++j)
         ov_fprintf(file, "%d: %g %g %g\n", j + 1, work.eigen_val[j].re, work.eigen_val[j].im, c_norm(work.bc[j]));
     ov_fclose(file);
@@ -68,10 +67,8 @@ static void print_potential_map(const tilt_problem& problem, const sd& cond, con
     char name[path_max];
     std::snprintf(name, sizeof name, "%s_pp.txt", stem);
     std::FILE* file = ov_fopen_chk_wmode(name);
-    ov_fprintf(file, "# Projected potential");
-    ov_fprintf(file, " (formed by %d-beams)\n", N);
-    ov_fprintf(file, "#nx ny\n");
-    ov_fprintf(file, "#%d %d\n", cond.nx, cond.ny);
+    ov_fprintf(file, "# Projected potential (formed by %d-beams)\n", N);
+    ov_fprintf(file, "#nx ny\n#%d %d\n", cond.nx, cond.ny);
     ov_fprintf(file, "#x\ty\t\tpotential.re[V]\tpotential.im[V]\n");
     ov_fprintf(stdout, "Proj. potential\n");
     complex* V_g = new_vector<complex>(to_size(N));
@@ -114,8 +111,7 @@ static void print_branch_map(int j, const tilt_problem& problem, const sd& cond,
     ov_fprintf(script, "%g    # eps^2\n", excitation);
     ov_fprintf(file, "# Bloch state: branch %d)\n", j);
     ov_fprintf(file, "# branch:%d, eigen_val:%g, excitation(eps^2):%g\n", j, work.eigen_val[j - 1].re, excitation);
-    ov_fprintf(file, "# nx ny\n");
-    ov_fprintf(file, "# %d %d\n", cond.nx, cond.ny);
+    ov_fprintf(file, "# nx ny\n# %d %d\n", cond.nx, cond.ny);
     ov_fprintf(file, "#x\ty\tdensity\tangle\tre\tim\n");
     ov_fprintf(stdout, "Branch %d\n", j);
     print_bloch_state(j - 1, problem, cond, work, file);
@@ -123,12 +119,8 @@ static void print_branch_map(int j, const tilt_problem& problem, const sd& cond,
 }
 
 static void print_script_head(const char* stem, std::FILE* script) {
-    ov_fprintf(script, "DRENU_SCRIPT\n");
-    ov_fprintf(script, "BLOCH_VISUAL_MODE\n");
-    ov_fprintf(script, "HTML_OPEN\n");
-    ov_fprintf(script, "%s_.html\n", stem);
-    ov_fprintf(script, "BLOCH_VISUAL\n");
-    ov_fprintf(script, "%s\n", stem);
+    ov_fprintf(script, "DRENU_SCRIPT\nBLOCH_VISUAL_MODE\nHTML_OPEN\n%s_.html\n", stem);
+    ov_fprintf(script, "BLOCH_VISUAL\n%s\n", stem);
 }
 
 void calc_bloch_state_ug(const tilt_problem& problem, const sd& cond, const char* stem, std::FILE* log) {

@@ -17,21 +17,15 @@ void input_dispsurf_data(sd& cond, csd& crystal, std::FILE* file);
 void input_bloch_data(sd& cond, csd& crystal, std::FILE* file);
 void input_tfringe_data(sd& cond, csd& crystal, std::FILE* file);
 
-// Single blocks, words included.
+// INCIDENT_BEAM, words included.
 void fget_incident_beam(sd& cond, std::FILE* file);
-void fget_calc_kxy_range(sd& cond, solver_job job, std::FILE* file);
-void fget_beam_search_block(sd& cond, csd& crystal, std::FILE* file);
-void report_beams(const sd& cond, csd& crystal); // the reflection report of the list
-void fget_output_branch(sd& cond, solver_job job, std::FILE* file);
-void fget_output_reflex(sd& cond, solver_job job, std::FILE* file);
-void fget_output_thickness(sd& cond, solver_job job, std::FILE* file);
-void fget_calc_t_range(sd& cond, std::FILE* file);
 
 // CALC_RXY_RANGE with the base vectors of the map, and these alone; both are told on the console.
 void fget_calc_rxy_range(sd& cond, lattice lat, std::FILE* file);
 void make_map_base(sd& cond, lattice lat);
 
-// Contents of the BEAM_SEARCH block.
+// Contents of the BEAM_SEARCH block, and the reflection report of its list.
 void fget_sd_beams(sd& cond, csd& crystal, std::FILE* file);
+void report_beams(const sd& cond, csd& crystal);
 
 } // namespace orvel

@@ -32,16 +32,9 @@ map_cursor new_map_cursor(const sd& cond, int n, const hkl* beams, const complex
     double* step = new_vector<double>(to_size(n));
     for (int i = 0; i < n; ++i)
         step[i] = phase_at(hkl2rhkl(beams[i].h, beams[i].k, beams[i].l), spacing);
-    map_cursor cursor = {};
-    cursor.cond = &cond;
-    cursor.n = n;
-    cursor.beams = beams;
-    cursor.coef[0] = coef;
-    cursor.coef[1] = coef2;
-    cursor.table = new_wave_table(n, step, num_points);
-    cursor.first = new_vector<complex>(to_size(n));
-    cursor.amplitude = new_vector<complex>(to_size(n));
-    cursor.ix = -1;
+    const wave_table table = new_wave_table(n, step, num_points);
+    complex *first = new_vector<complex>(to_size(n)), *amplitude = new_vector<complex>(to_size(n));
+    const map_cursor cursor = {&cond, n, beams, {coef, coef2}, table, first, amplitude, -1, 0, 0, 0, 0, 0, {}, {}};
     std::free(step);
     return cursor;
 }

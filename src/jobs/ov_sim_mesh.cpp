@@ -8,28 +8,6 @@
 
 namespace orvel {
 
-// Sets the shape of the mesh: tilts along H and along G, first mesh indices, range.
-static void mesh_shape(sd& cond, int& num_h, int& num_g, int& first_h, int& first_g) {
-    const int n = cond.num_pix_side;
-    const double d = cond.disksize;
-    num_h = num_g = 1;
-    first_h = first_g = 0;
-    cond.h_bgn = cond.h_end = cond.g_bgn = cond.g_end = 0.0;
-    if (cond.calc_type == mesh_point)
-        return;
-    num_h = n;
-    cond.h_bgn = -d;
-    cond.h_end = d;
-    if (cond.calc_type != mesh_disk)
-        first_h = -(n / 2);
-    if (cond.calc_type == mesh_line)
-        return;
-    num_g = n;
-    first_g = first_h;
-    cond.g_bgn = -d;
-    cond.g_end = d;
-}
-
 // Coordinate i of n along one side of the mesh; the centre if there is only one.
 static double mesh_coordinate(int i, int n, double d, double centre) {
     return n == 1 ? centre : i * (2 * d) / (n - 1) + (centre - d);
@@ -42,19 +20,25 @@ static int inside_disk(const sd& cond, double h, double g) {
 }
 
 void lay_mesh(sd& cond) {
-    int num_h, num_g, first_h, first_g;
-    mesh_shape(cond, num_h, num_g, first_h, first_g);
+    const int kind = cond.calc_type, n = cond.num_pix_side;
+    const double d = cond.disksize;
+    const bool along_h = kind != mesh_point, along_g = kind == mesh_disk || kind == mesh_square;
+    const int num_h = along_h ? n : 1, num_g = along_g ? n : 1;
+    const int first = kind == mesh_disk ? 0 : -(n / 2); // index along a side
+    cond.h_bgn = along_h ? -d : 0.0;
+    cond.h_end = along_h ? d : 0.0;
+    cond.g_bgn = along_g ? -d : 0.0;
+    cond.g_end = along_g ? d : 0.0;
     cond.k_pixel = new_vector<pixel>(countable(size_product(to_size(num_h), to_size(num_g))));
     cond.num_k_points = num_h * num_g;
     cond.num_k_points_effective = 0;
-    for (int j = 0; j < num_g; ++j) {
-        for (int i = 0; i < num_h; ++i) {
-            const double h = mesh_coordinate(i, num_h, cond.disksize, cond.h_tilt);
-            const double g = mesh_coordinate(j, num_g, cond.disksize, cond.g_tilt);
-            const int flag = cond.calc_type == mesh_disk ? inside_disk(cond, h, g) : 1;
-            cond.k_pixel[j * num_h + i] = {i + first_h, j + first_g, flag, h, g};
-            cond.num_k_points_effective += flag;
-        }
+    for (int k = 0; k < cond.num_k_points; ++k) {
+        const int i = k % num_h, j = k / num_h;
+        const double h = mesh_coordinate(i, num_h, d, cond.h_tilt);
+        const double g = mesh_coordinate(j, num_g, d, cond.g_tilt);
+        const int flag = kind == mesh_disk ? inside_disk(cond, h, g) : 1;
+        cond.k_pixel[k] = {along_h ? i + first : 0, along_g ? j + first : 0, flag, h, g};
+        cond.num_k_points_effective += flag;
     }
 }
 

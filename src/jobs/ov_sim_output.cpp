@@ -54,37 +54,22 @@ static void intensity_range(const sim_result& result, int t, double& max, double
 static void print_visual(const sim_result& result, int t, std::FILE* file) {
     double max, min;
     intensity_range(result, t, max, min);
-    ov_fprintf(file, "VISUAL{\n");
-    ov_fprintf(file, "# default max and min [>0]\n");
-    ov_fprintf(file, "%g\t%g\n", max, min);
-    ov_fprintf(file, "# default gamma [>0]\n");
-    ov_fprintf(file, "1.0\n");
-    ov_fprintf(file, "# defalut magnification (integer only)\n");
-    ov_fprintf(file, "1\n");
-    ov_fprintf(file, "# default contrast-reverse-flag\n");
-    ov_fprintf(file, "#  1:reverse, 0:not reverse\n");
-    ov_fprintf(file, "0\n");
-    ov_fprintf(file, "}VISUAL\n");
-    ov_fprintf(file, "#\n");
+    ov_fprintf(file, "VISUAL{\n# default max and min [>0]\n%g\t%g\n", max, min);
+    ov_fprintf(file, "# default gamma [>0]\n1.0\n# defalut magnification (integer only)\n1\n");
+    ov_fprintf(file, "# default contrast-reverse-flag\n#  1:reverse, 0:not reverse\n0\n}VISUAL\n#\n");
 }
 
 static void print_cr_parameters(const sim_result& result, int t, std::FILE* file) {
     const sd& cond = *result.cond;
     const csd& c = *result.crystal;
-    ov_fprintf(file, "CR_PARAMETERS{\n");
-    ov_fprintf(file, "# lattice parameter\n");
-    ov_fprintf(file, "# a,b,c,alpha,beta,gamma\n");
+    ov_fprintf(file, "CR_PARAMETERS{\n# lattice parameter\n# a,b,c,alpha,beta,gamma\n");
     ov_fprintf(file, "%g\t%g\t%g\t%g\t%g\t%g\n", c.a, c.b, c.c, c.alpha, c.beta, c.gamma);
     ov_fprintf(file, "# incident direction\n");
     ov_fprintf(file, "%d\t%d\t%d\n", cond.zone_uvw.u, cond.zone_uvw.v, cond.zone_uvw.w);
-    ov_fprintf(file, "# zolzbase1\n");
-    ov_fprintf(file, "%g\t%g\t%g\n", cond.zolzbase1.h, cond.zolzbase1.k, cond.zolzbase1.l);
-    ov_fprintf(file, "# tilt HG\n");
-    ov_fprintf(file, "%g\t%g\n", cond.h_tilt, cond.g_tilt);
-    ov_fprintf(file, "# thickness [Angstrom]\n");
-    ov_fprintf(file, "%g\n", cond.thickness[t]);
-    ov_fprintf(file, "}CR_PARAMETERS\n");
-    ov_fprintf(file, "#\n");
+    ov_fprintf(file, "# zolzbase1\n%g\t%g\t%g\n", cond.zolzbase1.h, cond.zolzbase1.k, cond.zolzbase1.l);
+    ov_fprintf(file, "# tilt HG\n%g\t%g\n", cond.h_tilt, cond.g_tilt);
+    ov_fprintf(file, "# thickness [Angstrom]\n%g\n", cond.thickness[t]);
+    ov_fprintf(file, "}CR_PARAMETERS\n#\n");
 }
 
 // Output reflections with the place of their disks in pixels.
@@ -92,10 +77,7 @@ static void print_rf_index(const sim_result& result, std::FILE* file) {
     const sd& cond = *result.cond;
     const lattice lat = lattice_of(*result.crystal);
     const double scale = cond.disksize != 0.0 ? cond.num_pix_side / cond.disksize : 0.0;
-    ov_fprintf(file, "RF_INDEX{\n");
-    ov_fprintf(file, "# reflections\n");
-    ov_fprintf(file, "# number of reflections\n");
-    ov_fprintf(file, "%d\n", cond.num_g);
+    ov_fprintf(file, "RF_INDEX{\n# reflections\n# number of reflections\n%d\n", cond.num_g);
     ov_fprintf(file, "# h k l, position (pixel coord)\n");
     for (int r = 0; r < cond.num_g; ++r) {
         const hkl g = cond.reflex_sel[cond.out_beams[r]];
@@ -108,8 +90,7 @@ static void print_rf_index(const sim_result& result, std::FILE* file) {
 
 static void print_coord(const sim_result& result, std::FILE* file) {
     const sd& cond = *result.cond;
-    ov_fprintf(file, "COORD{\n");
-    ov_fprintf(file, "%d %d    #num_pix, num_pix_side\n", cond.num_k_points, cond.num_pix_side);
+    ov_fprintf(file, "COORD{\n%d %d    #num_pix, num_pix_side\n", cond.num_k_points, cond.num_pix_side);
     ov_fprintf(file, "%g %g %g %g    #Hbgn Hend Gbgn Gend\n", cond.h_bgn, cond.h_end, cond.g_bgn, cond.g_end);
     ov_fprintf(file, "# H, G, ih, ig, flag\n");
     const double h0 = result.words->relative ? cond.h_tilt : 0.0;
@@ -127,9 +108,7 @@ static void print_values(const sim_result& result, int t, std::FILE* file) {
     ov_fprintf(file, "# intensities\n");
     for (int r = 0; r < cond.num_g; ++r) {
         const hkl g = cond.reflex_sel[cond.out_beams[r]];
-        ov_fprintf(file, "RF{\n");
-        ov_fprintf(file, "# hkl\n");
-        ov_fprintf(file, "%d\t%d\t%d\n", g.h, g.k, g.l);
+        ov_fprintf(file, "RF{\n# hkl\n%d\t%d\t%d\n", g.h, g.k, g.l);
         for (int k = 0; k < cond.num_k_points; ++k) {
             if (result.amp != nullptr)
                 ov_fprintf(file, "%g\t%g\n", result.amp[r][t][k].re * s, result.amp[r][t][k].im * s);
@@ -154,14 +133,8 @@ static void print_result_file(const sim_result& result, int t, const char* name)
 }
 
 static void print_script_head(const char* mode, const char* stem, std::FILE* script) {
-    ov_fprintf(script, "DRENU_SCRIPT\n");
-    ov_fprintf(script, "# script for drenu.\n");
-    ov_fprintf(script, "%s\n", mode);
-    ov_fprintf(script, "#\n");
-    ov_fprintf(script, "# VISUAL\n");
-    ov_fprintf(script, "# rs_file gamma_coef mag(int) cont_reverse_flag\n");
-    ov_fprintf(script, "#\n");
-    ov_fprintf(script, "HTML_OPEN\n");
+    ov_fprintf(script, "DRENU_SCRIPT\n# script for drenu.\n%s\n", mode);
+    ov_fprintf(script, "#\n# VISUAL\n# rs_file gamma_coef mag(int) cont_reverse_flag\n#\nHTML_OPEN\n");
     ov_fprintf(script, "%s_.html\n", stem);
     ov_fprintf(script, "#\n");
 }

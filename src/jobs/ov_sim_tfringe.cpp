@@ -40,11 +40,8 @@ static void print_heading(const tilt_problem& problem, std::FILE* file) {
 
 // The script behind its first line, up to the plot command.
 static void print_plot(const tilt_problem& problem, const char* table_name, const char* stem, std::FILE* script) {
-    ov_fprintf(script, "set xlabel \"thickness [A]\"\n");
-    ov_fprintf(script, "set ylabel \"Intensity\"\n");
-    ov_fprintf(script, "set title \"Thickness fringes\"\n");
-    ov_fprintf(script, "set term png\n");
-    ov_fprintf(script, "set output \"%s_out.png\"\n", stem);
+    ov_fprintf(script, "set xlabel \"thickness [A]\"\nset ylabel \"Intensity\"\n");
+    ov_fprintf(script, "set title \"Thickness fringes\"\nset term png\nset output \"%s_out.png\"\n", stem);
     ov_fprintf(script, "plot ");
     for (int i = 0; i < problem.num_g; ++i) {
         const hkl g = problem.reflex_sel[problem.out_beams[i]];

@@ -78,20 +78,14 @@ static void select_list(const beam_setup& setup, beam_selection& s) {
 
 void vg_select_info_ug(const beam_setup& setup, const complex* const* vg, const double* Sg, beam_selection& selection) {
     const int method = method_of(setup.beam_search.flag_bs);
-    switch (epsilon.vg_select_flag == 0 ? static_cast<int>(method_manual) : method) {
-    case method_wg:
-        vg_select_wg_info_ug(setup, vg, Sg, selection);
-        break;
-    case method_sg:
-        vg_select_sg_info_ug(setup, Sg, selection);
-        break;
-    case method_sg_multi:
-        vg_select_sg_info_ug_multi(setup, Sg, selection);
-        break;
-    default:
+    if (epsilon.vg_select_flag == 0 || method == method_manual)
         select_list(setup, selection);
-        break;
-    }
+    else if (method == method_wg)
+        vg_select_wg_info_ug(setup, vg, Sg, selection);
+    else if (method == method_sg)
+        vg_select_sg_info_ug(setup, Sg, selection);
+    else
+        vg_select_sg_info_ug_multi(setup, Sg, selection);
 }
 
 void vg_select_trans_ug(const beam_selection& selection, const double* beta_ge, double* beta_sel,

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <initializer_list>
 
 #include "control/orvel.h"
 #include "control/ov_debug.h"
@@ -24,48 +25,34 @@ tilt_problem new_tilt_problem(const beam_setup& setup, csd& crystal, complex** v
 void alloc_work_cal_int(int N, int num_g, int num_perturb, work_cal_int& work) {
     const std::size_t n = to_size(N);
     work = {};
-    work.Sg = new_vector<double>(n);
-    work.beta_ge = new_vector<double>(n);
-    work.beta_sel = new_vector<double>(n);
-    work.a_matrix = new_matrix<complex>(n, n);
-    work.bethe_matrix = new_matrix<complex>(n, n);
-    work.eigen_vec = new_matrix<complex>(n, n);
-    work.eigen_val = new_vector<complex>(n);
-    work.bc = new_vector<complex>(n);
-    work.branch = new_vector<int>(n);
-    work.out_pos = new_vector<int>(to_size(num_g));
-    work.sel = new_vector<int>(n);
     work.num_perturb = num_perturb;
+    work.out_pos = new_vector<int>(to_size(num_g));
+    for (int** numbers : {&work.sel, &work.branch})
+        *numbers = new_vector<int>(n);
+    for (double** factors : {&work.Sg, &work.beta_ge, &work.beta_sel})
+        *factors = new_vector<double>(n);
+    for (complex** vector : {&work.eigen_val, &work.bc})
+        *vector = new_vector<complex>(n);
+    for (complex*** matrix : {&work.a_matrix, &work.bethe_matrix, &work.eigen_vec})
+        *matrix = new_matrix<complex>(n, n);
     if (num_perturb < 1)
         return;
-    work.eigen_vec_inv = new_matrix<complex>(n, n);
-    work.p_a_matrix = new_matrix<complex>(n, n);
-    work.p_bethe_matrix = new_matrix<complex>(n, n);
-    work.p_eigen_vec = new_matrix<complex>(n, n);
-    work.p_eigen_val = new_vector<complex>(n);
-    work.p_bc = new_vector<complex>(n);
+    for (complex** vector : {&work.p_eigen_val, &work.p_bc})
+        *vector = new_vector<complex>(n);
+    for (complex*** matrix : {&work.eigen_vec_inv, &work.p_a_matrix, &work.p_bethe_matrix, &work.p_eigen_vec})
+        *matrix = new_matrix<complex>(n, n);
 }
 
 void free_work_cal_int(work_cal_int& work) {
-    std::free(work.Sg);
-    std::free(work.beta_ge);
-    std::free(work.beta_sel);
-    free_matrix(work.a_matrix);
-    free_matrix(work.bethe_matrix);
-    free_matrix(work.eigen_vec);
-    std::free(work.eigen_val);
-    std::free(work.bc);
-    std::free(work.branch);
-    std::free(work.out_pos);
-    std::free(work.sel);
-    if (work.num_perturb < 1)
-        return;
-    free_matrix(work.eigen_vec_inv);
-    free_matrix(work.p_a_matrix);
-    free_matrix(work.p_bethe_matrix);
-    free_matrix(work.p_eigen_vec);
-    std::free(work.p_eigen_val);
-    std::free(work.p_bc);
+    for (int* numbers : {work.sel, work.branch, work.out_pos})
+        std::free(numbers);
+    for (double* factors : {work.Sg, work.beta_ge, work.beta_sel})
+        std::free(factors);
+    for (complex* vector : {work.eigen_val, work.bc, work.p_eigen_val, work.p_bc})
+        std::free(vector);
+    for (complex** matrix : {work.a_matrix, work.bethe_matrix, work.eigen_vec, work.eigen_vec_inv, work.p_a_matrix,
+                             work.p_bethe_matrix, work.p_eigen_vec})
+        free_matrix(matrix);
 }
 
 // ---- one tilt -------------------------------------------------------------------------------
