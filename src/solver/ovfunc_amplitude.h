@@ -18,12 +18,12 @@ namespace orvel {
 // dbg.bc_chk_flag asks for a report and one was given, else 0.
 int upper_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc);
 
+// The same with the incident amplitude phase in place of 1.
+int upper_b_cond_coherent(int n, const double* beta_sel, complex phase, const complex* const* eigen_vec, complex* bc);
+
 // Branches to sum over: all n in their order if bc_accuracy is exactly 1, else as many as are needed,
 // by descending excitation, to hold that part of the total sum of |bc|^2.
 void limited_branch(double bc_accuracy, int n, const complex* bc, int& n_branch, int* branch);
-
-// The same with the incident amplitude phase in place of 1.
-int upper_b_cond_coherent(int n, const double* beta_sel, complex phase, const complex* const* eigen_vec, complex* bc);
 
 // ---- amplitudes -----------------------------------------------------------------------------
 
