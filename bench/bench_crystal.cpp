@@ -40,7 +40,8 @@ csd read_crystal(std::string text) {
 }
 
 hkl* innermost_beams(int n, double g_max, int lz_max, uvw zone_uvw, r_hkl zolzbase1, csd& crystal, double kv) {
-    beam_search bs = {};
+    beam_setup setup = {{zone_uvw, zone_uvw, zolzbase1, 0, 0, kv}, {}, 0, 0, nullptr};
+    beam_search& bs = setup.beam_search;
     bs.flag_bs = method_sg;
     bs.num_g_limit = 100000;
     bs.lz_max = lz_max;
@@ -48,14 +49,12 @@ hkl* innermost_beams(int n, double g_max, int lz_max, uvw zone_uvw, r_hkl zolzba
     bs.disksize = 0.5;
     bs.sgbmin = bs.sgmax = 1e3; // no excitation error is as large
     bs.xigmax = 1e9;            // forbidden reflections have 1e10
-    int exact, bethe;
-    hkl* beams;
     const int console = silence();
-    make_beam_list(bs, false, exact, bethe, beams, zone_uvw, zolzbase1, 0, 0, kv, crystal);
+    make_beam_list(setup, false, crystal);
     end_silence(console);
-    if (exact < n)
-        ov_abort(stderr, "%d beams found, %d needed\n", exact, n);
-    return beams;
+    if (setup.num_exact_beam < n)
+        ov_abort(stderr, "%d beams found, %d needed\n", setup.num_exact_beam, n);
+    return setup.reflex_sel;
 }
 
 static zone new_zone() {
@@ -87,7 +86,6 @@ static zone new_zone() {
 
 zone& gaas_zone() {
     static zone z = new_zone();
-    z.problem.bs = &z.cond.beam_search; // the record has moved
     return z;
 }
 
@@ -102,9 +100,9 @@ complex** new_structure_matrix(int n) {
     const tilt_problem p = problem_of(n, 0);
     work_cal_int work;
     alloc_work_cal_int(n, p.num_g, 0, work);
-    const tilt_state state = select_tilt(p, gaas_zone().K_t, work);
+    select_tilt(p, gaas_zone().K_t, work);
     complex** a = new_matrix<complex>(to_size(n), to_size(n));
-    construct_ug_mat_slct(state.nesel, state.nbsel, work.sel, p.kv, p.vg, work.Sg, work.beta_ge, a);
+    construct_ug_mat_slct(work, p.kv, p.vg, work.Sg, work.beta_ge, a);
     free_work_cal_int(work);
     return a;
 }

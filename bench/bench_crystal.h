@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <string>
 
-#include "jobs/ov_sim.h"
+#include "jobs/ov_sim_record.h"
 #include "openblas.h"
 
 namespace orvel_bench {

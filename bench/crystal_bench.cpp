@@ -8,6 +8,7 @@
 #include "bench_util.h"
 #include "numeric/vecmat.h"
 #include "plain_sums.h"
+#include "solver/ovfunc_potential.h"
 
 using namespace orvel;
 using namespace orvel_bench;

@@ -17,6 +17,7 @@
 #include "numeric/lb_fft.h"
 #include "numeric/vecmat.h"
 #include "plain_sums.h"
+#include "solver/ovfunc_potential.h"
 
 using namespace orvel;
 using namespace orvel_bench;

@@ -70,12 +70,10 @@ struct geometry {
 };
 
 static geometry geometry_of(const tilt_problem& p, r_hkl K_t) {
-    const std::size_t n = to_size(p.num_exact_beam + p.num_bethe_beam);
-    const double K_z = calc_K_z(p.abs_K, K_t, p.lat);
-    geometry g = {std::vector<double>(n), std::vector<double>(n),
-                  calc_K_n(K_t, K_z, p.normal_len, p.normal_uvw, p.cos_zn)};
-    calc_sg_beta_g(K_t, K_z, g.K_n, p.abs_K, p.zone_len, p.zone_uvw, p.normal_len, p.normal_uvw, p.num_exact_beam,
-                   p.num_bethe_beam, p.reflex_sel, p.lat, g.Sg.data(), g.beta.data());
+    const std::size_t n = to_size(num_beams(p));
+    const wave_vector K = calc_wave_vector(p, p.geometry, K_t);
+    geometry g = {std::vector<double>(n), std::vector<double>(n), K.K_n};
+    calc_sg_beta_g(p, p.geometry, K, num_beams(p), p.reflex_sel, g.Sg.data(), g.beta.data());
     return g;
 }
 

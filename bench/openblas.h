@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "numeric/complex.h"
-#include "solver/ovfunc.h"
+#include "solver/ovfunc_tilt.h"
 
 struct openblas_float_complex {
     float re, im;

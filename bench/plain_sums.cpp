@@ -3,6 +3,7 @@
 
 #include "control/limits.h"
 #include "jobs/e_density.h"
+#include "jobs/ov_sim_maps.h"
 #include "numeric/vecmat.h"
 
 using namespace orvel;

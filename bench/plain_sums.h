@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "crystal/strct_f.h"
-#include "jobs/ov_sim.h"
+#include "jobs/ov_sim_record.h"
 
 namespace orvel_bench {
 

@@ -69,12 +69,15 @@ static std::vector<double> in_one_row(int num_g, int num_thickness, const double
 static void tilt(benchmark::State& state) {
     const int num_exact = static_cast<int>(state.range(0)), num_bethe = static_cast<int>(state.range(1)),
               num_perturb = static_cast<int>(state.range(2)), num_thickness = 20, n = num_exact + num_bethe;
-    const tilt_problem p = problem_of(num_exact, num_bethe);
+    tilt_problem p = problem_of(num_exact, num_bethe);
     const r_hkl K_t = gaas_zone().K_t;
     double thickness[num_thickness];
     for (int t = 0; t < num_thickness; ++t)
         thickness[t] = 100.0 * (t + 1);
-    complex*** pvg = new_perturbed_tables(num_perturb, n, p.vg);
+    p.num_thickness = num_thickness;
+    p.thickness = thickness;
+    p.num_perturb = num_perturb;
+    p.pvg = new_perturbed_tables(num_perturb, n, p.vg);
     double** intensity = new_matrix<double>(to_size(p.num_g), num_thickness);
     double*** p_intensity = new_tensor<double>(to_size(num_perturb), to_size(p.num_g), num_thickness);
     std::vector<double> other(to_size((1 + num_perturb) * p.num_g * num_thickness));
@@ -84,14 +87,10 @@ static void tilt(benchmark::State& state) {
         comparison rounds;
         while (wants_round(rounds)) {
             double begin = now();
-            calc_intensity_with_perturb_ug(K_t, p.abs_K, *p.bs, num_exact, num_bethe, p.reflex_sel,
-                                           p.vg, num_perturb, pvg,
-                                           p.num_g, p.out_beams, num_thickness, thickness,
-                                           p.kv, p.zone_uvw, p.normal_uvw, p.lat,
-                                           p.zone_len, p.normal_len, p.cos_zn, intensity, p_intensity, work);
+            calc_intensity_with_perturb_ug(p, K_t, intensity, p_intensity, work);
             rounds.own.push_back(now() - begin);
             begin = now();
-            openblas_tilt(p, K_t, num_thickness, thickness, num_perturb, pvg, other.data());
+            openblas_tilt(p, K_t, num_thickness, thickness, num_perturb, p.pvg, other.data());
             rounds.other.push_back(now() - begin);
         }
         report(state, rounds, "the same from OpenBLAS calls");
@@ -104,7 +103,7 @@ static void tilt(benchmark::State& state) {
     free_work_cal_int(work);
     free_tensor(p_intensity);
     free_matrix(intensity);
-    free_tensor(pvg);
+    free_tensor(p.pvg);
 }
 ORVEL_BENCHMARK(tilt)
     ->ArgNames({"exact", "bethe", "perturb"})

@@ -13,7 +13,7 @@
 #include "control/orvel.h"
 #include "crystal_util.h"
 #include "numeric/vecmat.h"
-#include "solver/ovfunc.h"
+#include "solver/ovfunc_potential.h"
 
 using namespace orvel;
 using namespace orvel_test;

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "beams/rfsearch.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <tuple>
 
 #include "control/orvel.h"
 #include "control/ov_input.h"
@@ -80,42 +82,43 @@ void fget_manual_beams(std::FILE* file, int& num_exact_beam, int& num_bethe_beam
 }
 
 void beam_merge(int num_exact, int num_bethe, const hkl* exact, const hkl* bethe, hkl* reflex_sel) {
-    for (int i = 0; i < num_exact; ++i)
-        reflex_sel[i] = exact[i];
-    for (int i = 0; i < num_bethe; ++i)
-        reflex_sel[num_exact + i] = bethe[i];
+    std::copy_n(exact, num_exact, reflex_sel);
+    std::copy_n(bethe, num_bethe, reflex_sel + num_exact);
 }
 
 void fget_search_rows(std::FILE* file, beam_search& bs) {
-    switch (method_of(bs.flag_bs)) {
-    case method_wg:
+    const int method = method_of(bs.flag_bs);
+    if (method == method_wg)
         fget_beam_search_wg(file, bs);
-        break;
-    case method_sg:
+    else if (method == method_sg)
         fget_beam_search_sg(file, bs);
-        break;
-    default:
+    else
         fget_beam_search_sg_multi(file, bs);
-        break;
-    }
 }
 
-void make_beam_list(const beam_search& bs, bool sphere, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel,
-                    uvw zone_uvw, r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal) {
-    hkl* exact = new_vector<hkl>(to_size(bs.num_g_limit));
-    hkl* bethe = new_vector<hkl>(to_size(bs.num_g_limit));
-    ov_fprintf(stdout, "Beam search (%s)... ", method_of(bs.flag_bs) == method_wg ? "wg" : "sg");
+found_beams new_found_beams(int num_g_limit) {
+    return {0, 0, new_vector<hkl>(to_size(num_g_limit)), new_vector<hkl>(to_size(num_g_limit))};
+}
+
+void take_found_beams(found_beams& found, beam_setup& setup) {
+    setup.num_exact_beam = found.num_exact;
+    setup.num_bethe_beam = found.num_bethe;
+    setup.reflex_sel = new_reflex_sel(found.num_exact, found.num_bethe);
+    beam_merge(found.num_exact, found.num_bethe, found.exact, found.bethe, setup.reflex_sel);
+    std::free(found.exact);
+    std::free(found.bethe);
+}
+
+void make_beam_list(beam_setup& setup, bool sphere, csd& crystal) {
+    found_beams found = new_found_beams(setup.beam_search.num_g_limit);
+    ov_fprintf(stdout, "Beam search (%s)... ", method_of(setup.beam_search.flag_bs) == method_wg ? "wg" : "sg");
     ov_fflush(stdout);
     if (sphere)
-        beam_search_sphere(num_exact_beam, num_bethe_beam, exact, bethe, bs, kv, crystal);
+        beam_search_sphere(setup, crystal, found);
     else
-        search_beams(num_exact_beam, num_bethe_beam, exact, bethe, bs, zone_uvw, zolzbase1,
-                     h_tilt, g_tilt, kv, crystal);
-    ov_fprintf(stdout, "Exact = %d, Bethe = %d\n", num_exact_beam, num_bethe_beam);
-    reflex_sel = new_reflex_sel(num_exact_beam, num_bethe_beam);
-    beam_merge(num_exact_beam, num_bethe_beam, exact, bethe, reflex_sel);
-    std::free(exact);
-    std::free(bethe);
+        search_beams(setup, crystal, found);
+    ov_fprintf(stdout, "Exact = %d, Bethe = %d\n", found.num_exact, found.num_bethe);
+    take_found_beams(found, setup);
 }
 
 int fget_flag_bs(std::FILE* file) {
@@ -124,19 +127,18 @@ int fget_flag_bs(std::FILE* file) {
     return real_to_int(flag);
 }
 
-void fget_beam_list(std::FILE* file, beam_search& bs, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel,
-                    uvw zone_uvw, r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal) {
+void fget_beam_list(std::FILE* file, beam_setup& setup, csd& crystal) {
+    beam_search& bs = setup.beam_search;
     bs.flag_bs = fget_flag_bs(file);
     const int method = method_of(bs.flag_bs);
     if (method == -1)
         ov_abort(stdout, "Invalid flag_bs\n");
     if (method == method_manual) {
-        fget_manual_beams(file, num_exact_beam, num_bethe_beam, reflex_sel);
+        fget_manual_beams(file, setup.num_exact_beam, setup.num_bethe_beam, setup.reflex_sel);
         return;
     }
     fget_search_rows(file, bs);
-    make_beam_list(bs, false, num_exact_beam, num_bethe_beam, reflex_sel, zone_uvw, zolzbase1,
-                   h_tilt, g_tilt, kv, crystal);
+    make_beam_list(setup, false, crystal);
 }
 
 // ---- lists ----------------------------------------------------------------------------------
@@ -168,13 +170,10 @@ static int hkld_comp(const void* first, const void* second) {
 static int hkl_comp(const void* first, const void* second) {
     const hkl g1 = static_cast<const hkl_d*>(first)->g;
     const hkl g2 = static_cast<const hkl_d*>(second)->g;
-    if (g1.h != g2.h)
-        return g1.h < g2.h ? -1 : 1;
-    if (g1.k != g2.k)
-        return g1.k < g2.k ? -1 : 1;
-    if (g1.l != g2.l)
-        return g1.l < g2.l ? -1 : 1;
-    return 0;
+    const auto key1 = std::tie(g1.h, g1.k, g1.l), key2 = std::tie(g2.h, g2.k, g2.l);
+    if (key1 < key2)
+        return -1;
+    return key2 < key1 ? 1 : 0;
 }
 
 void sort_reflex(int n, hkl* list, lattice lat) {

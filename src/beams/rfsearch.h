@@ -8,8 +8,8 @@
 
 #include <cstdio>
 
-#include "control/records.h"
 #include "crystal/strct_f.h"
+#include "solver/ovfunc_kinematics.h"
 
 namespace orvel {
 
@@ -41,22 +41,30 @@ struct beam_search {
     double xigmax_lz[layer_max];
 };
 
+// An incidence and its beams: what jobs, data sets and tilts have in common.
+struct beam_setup : incidence {
+    struct beam_search beam_search;
+    int num_exact_beam;
+    int num_bethe_beam;
+    hkl* reflex_sel; // all beams, exact ones first
+};
+
+// Number of all beams of the list.
+inline int num_beams(const beam_setup& setup) { return setup.num_exact_beam + setup.num_bethe_beam; }
+
 // Method of a flag_bs, without the form; -1 for a flag that is none of the eight.
 int method_of(int flag_bs);
 
-// Reads the lines between BEAM_SEARCH{ and }BEAM_SEARCH and makes the list: bs (its disksize is
-// set already), the two counts, and reflex_sel, a new array of all beams. The search runs around
-// the tilt (h_tilt, g_tilt). A manual list clears epsilon.vg_select_flag. Faults end the process.
-void fget_beam_list(std::FILE* file, beam_search& bs, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel,
-                    uvw zone_uvw, r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal);
+// Reads the lines between BEAM_SEARCH{ and }BEAM_SEARCH and makes the list: search parameters (disksize is set
+// already, like the incidence), counts, and a new array of all beams. A manual list clears
+// epsilon.vg_select_flag. Faults end the process.
+void fget_beam_list(std::FILE* file, beam_setup& setup, csd& crystal);
 
 // Its steps. The first line; the rows of the method that bs.flag_bs names; the search with its
-// console lines, sphere for all reflections up to g_max with no other limit, and the merged list,
-// a new array.
+// console lines, sphere for all reflections up to g_max with no other limit.
 int fget_flag_bs(std::FILE* file);
 void fget_search_rows(std::FILE* file, beam_search& bs);
-void make_beam_list(const beam_search& bs, bool sphere, int& num_exact_beam, int& num_bethe_beam, hkl*& reflex_sel,
-                    uvw zone_uvw, r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal);
+void make_beam_list(beam_setup& setup, bool sphere, csd& crystal);
 
 // The rows of the three search methods, and a manual list.
 void fget_beam_search_wg(std::FILE* file, beam_search& bs);
@@ -73,47 +81,64 @@ void beam_merge(int num_exact, int num_bethe, const hkl* exact, const hkl* bethe
 // Position of the first of n entries equal to (h, k, l), or -1.
 int find_n_g(int n, int h, int k, int l, const hkl* list);
 
-// Search box: hmax is the smallest n >= 1 with |(n, 0, 0)| >= g_max; likewise kmax and lmax. A g_max
-// whose box is larger than any crystal needs ends the process.
-void evaluate_hklmax(double g_max, int& hmax, int& kmax, int& lmax, lattice lat);
-
-// Excitation error of a reflection at its nearest edge of the disk, s1 and s2 at both edges along
-// the direction of the reflection; 0 if the Bragg condition lies between them. zone_len is the
-// length of the zone axis, abs_K the wave number in the crystal.
-double abs_edge_s_g_tilt(hkl g, uvw zone_uvw, r_hkl base1, r_hkl base2, double h_tilt, double g_tilt,
-                         double zone_len, double abs_K, double disksize, double& s1, double& s2, lattice lat);
-
 // 0 for 000, else 1/|g| in angstrom.
 double spacing(int h, int k, int l, lattice lat);
 
 // Sorts by growing |g|, 000 first; spacings that agree within 1e-9 count as equal and run by h, k, l.
 void sort_reflex(int n, hkl* list, lattice lat);
 
-// The searches. exact and bethe have room for bs.num_g_limit entries (at least one); a list that
-// reaches that number ends the process.
-void simple_beam_search_wg(int& num_exact, int& num_bethe, hkl* exact, hkl* bethe, beam_search bs, uvw zone_uvw,
-                           r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal);
-void simple_beam_search_sg(int& num_exact, int& num_bethe, hkl* exact, hkl* bethe, beam_search bs, uvw zone_uvw,
-                           r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal);
-void beam_search_sg_multi(int& num_exact, int& num_bethe, hkl* exact, hkl* bethe, beam_search bs, uvw zone_uvw,
-                          r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal);
+// ---- searches -------------------------------------------------------------------------------
 
-// The search that bs.flag_bs names.
-void search_beams(int& num_exact, int& num_bethe, hkl* exact, hkl* bethe, const beam_search& bs, uvw zone_uvw,
-                  r_hkl zolzbase1, double h_tilt, double g_tilt, double kv, csd& crystal);
+// Search box: hmax is the smallest n >= 1 with |(n, 0, 0)| >= g_max; likewise kmax and lmax. A g_max
+// whose box is larger than any crystal needs ends the process.
+void evaluate_hklmax(double g_max, int& hmax, int& kmax, int& lmax, lattice lat);
+
+// Excitation error of a reflection at its nearest edge of the disk around the centre of the tilts, s1 and s2 at
+// both edges along the direction of the reflection; 0 if the Bragg condition lies between them. base2 is the
+// second base vector; of the geometry lattice, wave number and length of the zone axis are needed.
+double abs_edge_s_g_tilt(hkl g, const incidence& at, r_hkl base2, const beam_geometry& geometry, double disksize,
+                         double& s1, double& s2);
+
+// The two lists of a search, each with room for num_g_limit entries.
+struct found_beams {
+    int num_exact;
+    int num_bethe;
+    hkl* exact;
+    hkl* bethe;
+};
+found_beams new_found_beams(int num_g_limit);
+
+// Hands the lists over as the list of the setup, a new array, and gives them back.
+void take_found_beams(found_beams& found, beam_setup& setup);
+
+// The searches by limits and incidence of the setup. A list that reaches num_g_limit ends the process.
+void simple_beam_search_wg(const beam_setup& setup, csd& crystal, found_beams& found);
+void simple_beam_search_sg(const beam_setup& setup, csd& crystal, found_beams& found);
+void beam_search_sg_multi(const beam_setup& setup, csd& crystal, found_beams& found);
+
+// The search that flag_bs names.
+void search_beams(const beam_setup& setup, csd& crystal, found_beams& found);
 
 // All reflections with |g| below g_max that the lattice allows, with no other limit, as exact beams.
-void beam_search_sphere(int& num_exact, int& num_bethe, hkl* exact, hkl* bethe, beam_search bs, double kv,
-                        const csd& crystal);
+void beam_search_sphere(const beam_setup& setup, csd& crystal, found_beams& found);
+
+// ---- report ---------------------------------------------------------------------------------
 
 // Writes the beam table %s_fg%d.txt (stem of the parameter file, id). With dbg.reflex_only_flag the
 // run ends behind it with status 0.
-void reflex_dump_csd(int id, int num_exact, int num_bethe, const hkl* reflex_sel, csd& crystal, const beam_search& bs,
-                     uvw zone_uvw, r_hkl zolzbase1, double kv, lattice lat);
+void reflex_dump_csd(int id, const beam_setup& setup, csd& crystal, lattice lat);
+
+// The table while it is written.
+struct beam_table {
+    const beam_setup* setup;
+    csd* crystal;
+    lattice lat;
+    fg_stock stock;
+    std::FILE* file;
+};
 
 // One row of it: number, indices, Laue zone, place in the pattern in units of |zolzbase1|, class,
 // |g|, Fg total (through the stock), elastic and absorptive.
-void print_rfinfo(int i, int bethe, int h, int k, int l, fg_stock& stock, csd& crystal, uvw zone_uvw,
-                  r_hkl zolzbase1, double kv, lattice lat, std::FILE* file);
+void print_rfinfo(int i, int bethe, hkl g, beam_table& table);
 
 } // namespace orvel

@@ -3,11 +3,13 @@
 
 #include <cstdlib>
 
-#include "control/ov_debug.h"
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
 #include "control/utils.h"
+#include "jobs/ov_sim_input.h"
+#include "jobs/ov_sim_maps.h"
 #include "numeric/vecmat.h"
+#include "solver/ovfunc_potential.h"
 
 namespace orvel {
 
@@ -60,9 +62,8 @@ std::FILE* open_map(const char* suffix, const char* what, const char* stem) {
 }
 
 static void print_table_head(const char* what, const char* columns, const sd& cond, std::FILE* table) {
-    ov_fprintf(table, "# %s (formed by %d beams)\n", what, cond.num_exact_beam + cond.num_bethe_beam);
-    ov_fprintf(table, "# nx  ny\n");
-    ov_fprintf(table, "# %d  %d\n", cond.nx, cond.ny);
+    ov_fprintf(table, "# %s (formed by %d beams)\n", what, num_beams(cond));
+    ov_fprintf(table, "# nx  ny\n# %d  %d\n", cond.nx, cond.ny);
     ov_fprintf(table, "# x\ty\t%s\n", columns);
 }
 
@@ -73,11 +74,7 @@ static void write_plot(const char* first_line, const char* zrange, const char* t
     std::snprintf(name, sizeof name, "%s%s.plt", stem, suffix);
     std::FILE* script = fopen_chk_wmode(name);
     ov_fprintf(script, "%s\n", first_line);
-    ov_fprintf(script, "set pm3d\n");
-    ov_fprintf(script, "set nosurface\n");
-    ov_fprintf(script, "set view 0,0\n");
-    ov_fprintf(script, "set size square\n");
-    ov_fprintf(script, "set term png crop\n");
+    ov_fprintf(script, "set pm3d\nset nosurface\nset view 0,0\nset size square\nset term png crop\n");
     ov_fprintf(script, "set output \"%s%s.png\"\n", stem, suffix);
     ov_fprintf(script, "#set zrange %s\n", zrange);
     ov_fprintf(script, "splot \"%s%s\" using 1:2:%d with lines\n", stem, table_suffix, column);
@@ -89,26 +86,16 @@ static void write_plot(const char* first_line, const char* zrange, const char* t
 
 static void print_density_maps(const sd& cond, const complex* vg_coef, const complex* xg_coef,
                                std::FILE* potential, std::FILE* density) {
-    map_waves waves = new_map_waves(cond, cond.num_exact_beam + cond.num_bethe_beam, cond.reflex_sel);
-    complex V[wave_run_max], X[wave_run_max];
-    for (int ix = 0; ix < cond.nx; ++ix) {
-        progress_indicator(ix, cond.nx);
-        const double x = map_coordinate(ix, cond.nx, cond.range_x1, cond.range_x2);
-        for (int iy = 0, count; iy < cond.ny; iy += count) {
-            count = start_run(waves, x, iy);
-            sum_run(waves, vg_coef, V);
-            sum_run(waves, xg_coef, X);
-            for (int j = 0; j < count; ++j) {
-                const double y = map_coordinate(iy + j, cond.ny, cond.range_y1, cond.range_y2);
-                ov_fprintf(potential, "%g\t%g\t%g\n", x, y, V[j].re);
-                ov_fprintf(density, "%g\t%g\t%g\n", x, y, X[j].re / cond.area_proj_cell);
-            }
+    map_cursor at = new_map_cursor(cond, num_beams(cond), cond.reflex_sel, vg_coef, xg_coef);
+    while (next_row(at)) {
+        while (next_point(at)) {
+            ov_fprintf(potential, "%g\t%g\t%g\n", at.x, at.y, at.value[0].re);
+            ov_fprintf(density, "%g\t%g\t%g\n", at.x, at.y, at.value[1].re / cond.area_proj_cell);
         }
         ov_fprintf(potential, "\n");
         ov_fprintf(density, "\n");
     }
-    ov_fprintf(stdout, "100%%.\n");
-    free_map_waves(waves);
+    free_map_cursor(at);
 }
 
 void ov_electron_density_proj(std::FILE* file, std::FILE* /*log*/, const char* stem) {
@@ -116,7 +103,7 @@ void ov_electron_density_proj(std::FILE* file, std::FILE* /*log*/, const char* s
     sd cond;
     input_csd_cstr(crystal, file, stem);
     input_density_proj_data(cond, crystal, file);
-    const std::size_t N = to_size(cond.num_exact_beam + cond.num_bethe_beam);
+    const std::size_t N = to_size(num_beams(cond));
     complex* vg_coef = new_vector<complex>(N);
     complex* xg_coef = new_vector<complex>(N);
     ov_fprintf(stdout, "Fourier coef. calculation....\n");
@@ -146,14 +133,14 @@ void ov_potential_reim_proj(std::FILE* file, std::FILE* /*log*/, const char* ste
     sd cond;
     input_csd_cstr(crystal, file, stem);
     input_density_proj_data(cond, crystal, file);
-    complex* vg_coef = new_vector<complex>(to_size(cond.num_exact_beam + cond.num_bethe_beam));
+    complex* vg_coef = new_vector<complex>(to_size(num_beams(cond)));
     ov_fprintf(stdout, "Fourier coef. calculation....\n");
     vgv_reim_csd(cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.kv, lattice_of(crystal),
                  vg_coef);
 
     std::FILE* table = open_map("_pp.txt", "Projected potential       ", stem);
     print_table_head("Projected potential", "pot.re[V]\tpot.im[V])", cond, table);
-    print_complex_map(cond, cond.num_exact_beam + cond.num_bethe_beam, cond.reflex_sel, vg_coef, table);
+    print_complex_map(cond, num_beams(cond), cond.reflex_sel, vg_coef, table);
     ov_fclose(table);
     write_plot("#Real (elastic) potential plot", "[0:20]", "_pp.txt", 3, "_re_pp", stem);
     write_plot("#Imaginary (inelastic) potential plot", "[-3:3]", "_pp.txt", 4, "_im_pp", stem);

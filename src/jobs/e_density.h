@@ -8,7 +8,7 @@
 
 #include <cstdio>
 
-#include "jobs/ov_sim.h"
+#include "jobs/ov_sim_record.h"
 
 namespace orvel {
 

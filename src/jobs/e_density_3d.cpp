@@ -9,8 +9,10 @@
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
 #include "control/utils.h"
+#include "jobs/ov_sim_input.h"
 #include "numeric/lb_fft.h"
 #include "numeric/vecmat.h"
+#include "solver/ovfunc_potential.h"
 
 namespace orvel {
 
@@ -32,8 +34,7 @@ void fget_sd_beams_3d(sd& cond, csd& crystal, std::FILE* file) {
         ov_abort(stderr, "Flag_bs = %d is invalid for 3D Density calc.\n", bs.flag_bs);
     }
     fget_search_rows(file, bs);
-    make_beam_list(bs, method_of(bs.flag_bs) != method_sg_multi, cond.num_exact_beam, cond.num_bethe_beam,
-                   cond.reflex_sel, cond.zone_uvw, cond.zolzbase1, cond.h_tilt, cond.g_tilt, cond.kv, crystal);
+    make_beam_list(cond, method_of(bs.flag_bs) != method_sg_multi, crystal);
 }
 
 // Three integers with nothing but white space between them.

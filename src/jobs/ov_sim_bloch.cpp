@@ -5,8 +5,10 @@
 #include <cstdlib>
 
 #include "control/orvel.h"
-#include "control/ov_debug.h"
 #include "control/ov_mpi.h"
+#include "jobs/ov_sim_input.h"
+#include "jobs/ov_sim_maps.h"
+#include "jobs/ov_sim_mesh.h"
 #include "numeric/vecmat.h"
 
 namespace orvel {
@@ -22,7 +24,7 @@ void ov_bloch_state(std::FILE* file, std::FILE* log, const char* stem) {
     complex** vg = new_potential_matrix("Potential calc.\n", cond, crystal, lat, log);
     calc_kxy_tilt(cond, lat);
     cond.num_g = 0;
-    calc_bloch_state_ug(tilt_problem_of(cond, crystal, vg, lat), cond.k_tilt[0], cond, stem, log);
+    calc_bloch_state_ug(tilt_problem_of(cond, crystal, vg, lat), cond, stem, log);
     free_matrix(vg);
     free_sd(cond);
     free_csd(crystal);
@@ -53,8 +55,7 @@ static void print_eigenvalues(const tilt_problem& problem, const work_cal_int& w
     char name[path_max];
     std::snprintf(name, sizeof name, "%s_kn.txt", stem);
     std::FILE* file = ov_fopen_chk_wmode(name);
-    ov_fprintf(file, "%% kn\n");
-    ov_fprintf(file, "%% branch_i\tRe_eigenvalue\tIm_eigenvalue\teps^2\n");
+    ov_fprintf(file, "%% kn\n%% branch_i\tRe_eigenvalue\tIm_eigenvalue\teps^2\n");
     for (int j = 0; j < problem.num_exact_beam; ++j)
         ov_fprintf(file, "%d: %g %g %g\n", j + 1, work.eigen_val[j].re, work.eigen_val[j].im, c_norm(work.bc[j]));
     ov_fclose(file);
@@ -62,14 +63,12 @@ static void print_eigenvalues(const tilt_problem& problem, const work_cal_int& w
 }
 
 static void print_potential_map(const tilt_problem& problem, const sd& cond, const char* stem, std::FILE* log) {
-    const int N = problem.num_exact_beam + problem.num_bethe_beam;
+    const int N = num_beams(problem);
     char name[path_max];
     std::snprintf(name, sizeof name, "%s_pp.txt", stem);
     std::FILE* file = ov_fopen_chk_wmode(name);
-    ov_fprintf(file, "# Projected potential");
-    ov_fprintf(file, " (formed by %d-beams)\n", N);
-    ov_fprintf(file, "#nx ny\n");
-    ov_fprintf(file, "#%d %d\n", cond.nx, cond.ny);
+    ov_fprintf(file, "# Projected potential (formed by %d-beams)\n", N);
+    ov_fprintf(file, "#nx ny\n#%d %d\n", cond.nx, cond.ny);
     ov_fprintf(file, "#x\ty\t\tpotential.re[V]\tpotential.im[V]\n");
     ov_fprintf(stdout, "Proj. potential\n");
     complex* V_g = new_vector<complex>(to_size(N));
@@ -82,34 +81,25 @@ static void print_potential_map(const tilt_problem& problem, const sd& cond, con
 }
 
 // Wave function of Bloch state j, from 0, on the grid of the map.
-static void print_bloch_state(int j, const tilt_problem& problem, r_hkl K_t, const sd& cond, const work_cal_int& work,
+static void print_bloch_state(int j, const tilt_problem& problem, const sd& cond, const work_cal_int& work,
                               std::FILE* file) {
-    map_waves waves = new_map_waves(cond, problem.num_exact_beam, problem.reflex_sel);
     complex* C = new_vector<complex>(to_size(problem.num_exact_beam));
     for (int g = 0; g < problem.num_exact_beam; ++g)
         C[g] = bloch_coefficient(j, g, work.beta_ge, work.eigen_vec);
-    complex S[wave_run_max];
-    for (int ix = 0; ix < cond.nx; ++ix) {
-        progress_indicator(ix, cond.nx);
-        const double x = map_coordinate(ix, cond.nx, cond.range_x1, cond.range_x2);
-        for (int iy = 0, count; iy < cond.ny; iy += count) {
-            count = start_run(waves, x, iy);
-            sum_run(waves, C, S);
-            for (int p = 0; p < count; ++p) {
-                const double y = map_coordinate(iy + p, cond.ny, cond.range_y1, cond.range_y2);
-                const complex B = c_mul(S[p], plane_wave(K_t, map_point(cond, x, y)));
-                ov_fprintf(file, "%g\t%g\t%g\t%g\t%g\t%g\n", x, y, c_norm(B), c_arg(B), B.re, B.im);
-            }
+    map_cursor at = new_map_cursor(cond, problem.num_exact_beam, problem.reflex_sel, C);
+    while (next_row(at)) {
+        while (next_point(at)) {
+            const complex B = c_mul(at.value[0], plane_wave(cond.k_tilt[0], map_point(cond, at.x, at.y)));
+            ov_fprintf(file, "%g\t%g\t%g\t%g\t%g\t%g\n", at.x, at.y, c_norm(B), c_arg(B), B.re, B.im);
         }
         ov_fprintf(file, "\n");
     }
-    ov_fprintf(stdout, "100%%.\n");
+    free_map_cursor(at);
     std::free(C);
-    free_map_waves(waves);
 }
 
 // The map of branch j, counted from 1, with its lines of the script.
-static void print_branch_map(int j, const tilt_problem& problem, r_hkl K_t, const sd& cond, const work_cal_int& work,
+static void print_branch_map(int j, const tilt_problem& problem, const sd& cond, const work_cal_int& work,
                              const char* stem, std::FILE* script, std::FILE* log) {
     const double excitation = c_norm(work.bc[j - 1]);
     char name[path_max];
@@ -121,29 +111,24 @@ static void print_branch_map(int j, const tilt_problem& problem, r_hkl K_t, cons
     ov_fprintf(script, "%g    # eps^2\n", excitation);
     ov_fprintf(file, "# Bloch state: branch %d)\n", j);
     ov_fprintf(file, "# branch:%d, eigen_val:%g, excitation(eps^2):%g\n", j, work.eigen_val[j - 1].re, excitation);
-    ov_fprintf(file, "# nx ny\n");
-    ov_fprintf(file, "# %d %d\n", cond.nx, cond.ny);
+    ov_fprintf(file, "# nx ny\n# %d %d\n", cond.nx, cond.ny);
     ov_fprintf(file, "#x\ty\tdensity\tangle\tre\tim\n");
     ov_fprintf(stdout, "Branch %d\n", j);
-    print_bloch_state(j - 1, problem, K_t, cond, work, file);
+    print_bloch_state(j - 1, problem, cond, work, file);
     ov_fclose(file);
 }
 
 static void print_script_head(const char* stem, std::FILE* script) {
-    ov_fprintf(script, "DRENU_SCRIPT\n");
-    ov_fprintf(script, "BLOCH_VISUAL_MODE\n");
-    ov_fprintf(script, "HTML_OPEN\n");
-    ov_fprintf(script, "%s_.html\n", stem);
-    ov_fprintf(script, "BLOCH_VISUAL\n");
-    ov_fprintf(script, "%s\n", stem);
+    ov_fprintf(script, "DRENU_SCRIPT\nBLOCH_VISUAL_MODE\nHTML_OPEN\n%s_.html\n", stem);
+    ov_fprintf(script, "BLOCH_VISUAL\n%s\n", stem);
 }
 
-void calc_bloch_state_ug(const tilt_problem& problem, r_hkl K_t, const sd& cond, const char* stem, std::FILE* log) {
+void calc_bloch_state_ug(const tilt_problem& problem, const sd& cond, const char* stem, std::FILE* log) {
     epsilon.vg_select_flag = 0;
     work_cal_int work;
-    alloc_work_cal_int(problem.num_exact_beam + problem.num_bethe_beam, problem.num_g, 0, work);
-    tilt_state state = select_tilt(problem, K_t, work);
-    solve_tilt(problem, "$$ Bethe Approx.\n", nullptr, state, work);
+    alloc_work_cal_int(num_beams(problem), problem.num_g, 0, work);
+    select_tilt(problem, cond.k_tilt[0], work);
+    solve_tilt(problem, nullptr, work);
 
     char script_name[path_max];
     std::snprintf(script_name, sizeof script_name, "%s_dre.txt", stem);
@@ -155,7 +140,7 @@ void calc_bloch_state_ug(const tilt_problem& problem, r_hkl K_t, const sd& cond,
     ov_fprintf(script, "%d    # branch_begin\n", cond.branch_begin);
     ov_fprintf(script, "%d    # branch_end\n", cond.branch_end);
     for (int j = cond.branch_begin; j <= cond.branch_end; ++j)
-        print_branch_map(j, problem, K_t, cond, work, stem, script, log);
+        print_branch_map(j, problem, cond, work, stem, script, log);
     ov_fprintf(script, "HTML_CLOSE\n");
     ov_fclose(script);
     ov_fprintf(stdout, "\n>> drenu %s\n", script_name);

@@ -2,12 +2,15 @@
 #include "jobs/ov_sim.h"
 
 #include <cmath>
-#include <cstdlib>
+#include <initializer_list>
 
 #include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
+#include "jobs/ov_sim_input.h"
+#include "jobs/ov_sim_mesh.h"
 #include "numeric/vecmat.h"
+#include "numeric/workspace.h"
 
 namespace orvel {
 
@@ -24,24 +27,29 @@ void ov_dispersion_surface(std::FILE* file, std::FILE* log, const char* stem) {
     problem.vg = new_potential_matrix("Potential.\n", cond, crystal, lat, log);
     calc_kxy_tilt(cond, lat);
     ov_fprintf(stdout, "$$ num_k_points = %d\n", cond.num_k_points);
-    calc_disp_surf_ug(problem, cond.num_k_points, cond.k_tilt, cond.k_pixel,
-                      cond.branch_begin, cond.branch_end, cond.num_thickness, cond.thickness, stem);
+    calc_disp_surf_ug(problem, cond, stem);
     free_matrix(problem.vg);
     free_sd(cond);
     free_csd(crystal);
 }
 
-// The three tables of a sweep, and what their rows and headings run over.
+// A result file while it is written.
+struct result_table {
+    char name[path_max];
+    std::FILE* file;
+};
+
+static result_table open_table(const char* stem, const char* suffix) {
+    result_table table;
+    std::snprintf(table.name, path_max, "%s%s", stem, suffix);
+    table.file = ov_fopen_chk_wmode(table.name);
+    return table;
+}
+
+// The three tables of a sweep, and the branches of their rows and headings.
 struct dispsurf_tables {
-    std::FILE* surface;
-    std::FILE* amplitude;
-    std::FILE* intensity;
-    char surface_name[path_max];
-    char amplitude_name[path_max];
-    char intensity_name[path_max];
+    result_table surface, amplitude, intensity;
     int branch_begin, branch_end;
-    int num_thickness;
-    const double* thickness;
 };
 
 static void print_reflections(const tilt_problem& problem, std::FILE* file) {
@@ -52,134 +60,109 @@ static void print_reflections(const tilt_problem& problem, std::FILE* file) {
 }
 
 static void print_headings(const tilt_problem& problem, const dispsurf_tables& tables) {
-    ov_fprintf(tables.surface, "# Dispersion surface\n");
-    ov_fprintf(tables.surface, "# kn, excitation(=eps^2)\n");
-    ov_fprintf(tables.surface, "kxy(H)\tkxy(G)\tKz");
+    ov_fprintf(tables.surface.file, "# Dispersion surface\n# kn, excitation(=eps^2)\nkxy(H)\tkxy(G)\tKz");
     for (int j = tables.branch_begin; j <= tables.branch_end; ++j)
-        ov_fprintf(tables.surface, "\tRe(kz%d)\tIm(kz%d)\tRe(gamma%d)\tIm(gamma%d)\tSq(eps%d)", j, j, j, j, j);
-    ov_fprintf(tables.surface, "\n");
+        ov_fprintf(tables.surface.file, "\tRe(kz%d)\tIm(kz%d)\tRe(gamma%d)\tIm(gamma%d)\tSq(eps%d)", j, j, j, j, j);
+    ov_fprintf(tables.surface.file, "\n");
 
-    ov_fprintf(tables.amplitude, "# Amplitudes of reflections Cg (multiplied by excitation)\n");
-    ov_fprintf(tables.amplitude, "# (Amplitude and Phase (rad),  g:reflection, j:branch)\n");
-    print_reflections(problem, tables.amplitude);
-    ov_fprintf(tables.amplitude, "kxy(H)\tkxy(G)");
+    ov_fprintf(tables.amplitude.file, "# Amplitudes of reflections Cg (multiplied by excitation)\n");
+    ov_fprintf(tables.amplitude.file, "# (Amplitude and Phase (rad),  g:reflection, j:branch)\n");
+    print_reflections(problem, tables.amplitude.file);
+    ov_fprintf(tables.amplitude.file, "kxy(H)\tkxy(G)");
     for (int i = 0; i < problem.num_g; ++i)
         for (int j = tables.branch_begin; j <= tables.branch_end; ++j)
-            ov_fprintf(tables.amplitude, "\tA(eC)g%dj%d\tP(eC)g%dj%d", i, j, i, j);
-    ov_fprintf(tables.amplitude, "\n");
+            ov_fprintf(tables.amplitude.file, "\tA(eC)g%dj%d\tP(eC)g%dj%d", i, j, i, j);
+    ov_fprintf(tables.amplitude.file, "\n");
 
-    ov_fprintf(tables.intensity, "# Diffracted intensities\n");
-    print_reflections(problem, tables.intensity);
-    for (int q = 0; q < tables.num_thickness; ++q)
-        ov_fprintf(tables.intensity, "# thickness %d: %g[A]\n", q, tables.thickness[q]);
-    ov_fprintf(tables.intensity, "kxy(H)\tkxy(G)");
+    ov_fprintf(tables.intensity.file, "# Diffracted intensities\n");
+    print_reflections(problem, tables.intensity.file);
+    for (int q = 0; q < problem.num_thickness; ++q)
+        ov_fprintf(tables.intensity.file, "# thickness %d: %g[A]\n", q, problem.thickness[q]);
+    ov_fprintf(tables.intensity.file, "kxy(H)\tkxy(G)");
     for (int i = 0; i < problem.num_g; ++i)
-        for (int q = 0; q < tables.num_thickness; ++q)
-            ov_fprintf(tables.intensity, "\tg%dt%d", i, q);
-    ov_fprintf(tables.intensity, "\n");
+        for (int q = 0; q < problem.num_thickness; ++q)
+            ov_fprintf(tables.intensity.file, "\tg%dt%d", i, q);
+    ov_fprintf(tables.intensity.file, "\n");
 }
 
 // Wave-vector components K_n + lambda / (2 K_n) of the branches, as moduli since K_n is negative.
-static void print_surface_row(const tilt_state& state, const work_cal_int& work, const pixel& place,
-                              const dispsurf_tables& tables) {
-    ov_fprintf(tables.surface, "%g\t%g\t%.12lg", place.h, place.g, std::fabs(state.K_n));
+static void print_surface_row(const work_cal_int& work, const pixel& place, const dispsurf_tables& tables) {
+    ov_fprintf(tables.surface.file, "%g\t%g\t%.12lg", place.h, place.g, std::fabs(work.K_n));
     for (int j = tables.branch_begin - 1; j < tables.branch_end; ++j) {
         const complex lambda = work.eigen_val[j];
-        ov_fprintf(tables.surface, "\t%.12lg\t%lg\t%lg\t%lg\t%lg",
-                   std::fabs(state.K_n + lambda.re / (2 * state.K_n)), std::fabs(lambda.im / (2 * state.K_n)),
+        ov_fprintf(tables.surface.file, "\t%.12lg\t%lg\t%lg\t%lg\t%lg",
+                   std::fabs(work.K_n + lambda.re / (2 * work.K_n)), std::fabs(lambda.im / (2 * work.K_n)),
                    lambda.re, lambda.im, c_norm(work.bc[j]));
     }
-    ov_fprintf(tables.surface, "\n");
+    ov_fprintf(tables.surface.file, "\n");
 }
 
-static void print_intensity_row(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
-                                const pixel& place, const dispsurf_tables& tables) {
-    complex** psi = new_matrix<complex>(to_size(tables.num_thickness), to_size(problem.num_g));
-    for (int q = 0; q < tables.num_thickness; ++q)
-        tilt_amplitudes(problem, state, work, tables.thickness[q], psi[q]);
-    ov_fprintf(tables.intensity, "%g\t%g", place.h, place.g);
-    for (int i = 0; i < problem.num_g; ++i)
-        for (int q = 0; q < tables.num_thickness; ++q)
-            ov_fprintf(tables.intensity, "\t%g", c_norm(psi[q][i]) * epsilon.intensity_scaling);
-    ov_fprintf(tables.intensity, "\n");
-    free_matrix(psi);
+static void print_intensity_row(const tilt_problem& problem, work_cal_int& work, const pixel& place,
+                                const dispsurf_tables& tables) {
+    const std::size_t count = to_size(problem.num_g) * to_size(problem.num_thickness);
+    complex* psi = workspace_vector(slot_waves, count);
+    tilt_amplitudes(problem, work, psi);
+    ov_fprintf(tables.intensity.file, "%g\t%g", place.h, place.g);
+    for (std::size_t i = 0; i < count; ++i)
+        ov_fprintf(tables.intensity.file, "\t%g", c_norm(psi[i]) * epsilon.intensity_scaling);
+    ov_fprintf(tables.intensity.file, "\n");
 }
 
 // Amplitude of each output beam in each branch, excitation included.
 static void print_amplitude_row(const tilt_problem& problem, const work_cal_int& work, const pixel& place,
                                 const dispsurf_tables& tables) {
-    ov_fprintf(tables.amplitude, "%g\t%g", place.h, place.g);
+    ov_fprintf(tables.amplitude.file, "%g\t%g", place.h, place.g);
     for (int i = 0; i < problem.num_g; ++i) {
         const int g = problem.out_beams[i];
         const double root = std::sqrt(work.beta_ge[g]);
         for (int j = tables.branch_begin - 1; j < tables.branch_end; ++j) {
             const complex eC = c_mul(work.bc[j], work.eigen_vec[g][j]);
             const complex scaled = {eC.re / root, eC.im / root};
-            ov_fprintf(tables.amplitude, "\t%lg\t%lg", c_abs(scaled), c_arg(scaled));
+            ov_fprintf(tables.amplitude.file, "\t%lg\t%lg", c_abs(scaled), c_arg(scaled));
         }
     }
-    ov_fprintf(tables.amplitude, "\n");
-}
-
-static dispsurf_tables open_tables(const char* stem) {
-    dispsurf_tables tables = {};
-    std::snprintf(tables.surface_name, path_max, "%s_ds.txt", stem);
-    std::snprintf(tables.amplitude_name, path_max, "%s_amp.txt", stem);
-    std::snprintf(tables.intensity_name, path_max, "%s_int.txt", stem);
-    tables.surface = ov_fopen_chk_wmode(tables.surface_name);
-    tables.amplitude = ov_fopen_chk_wmode(tables.amplitude_name);
-    tables.intensity = ov_fopen_chk_wmode(tables.intensity_name);
-    return tables;
+    ov_fprintf(tables.amplitude.file, "\n");
 }
 
 static void write_script(const tilt_problem& problem, const dispsurf_tables& tables, const char* stem) {
-    char name[path_max];
-    std::snprintf(name, sizeof name, "%s_dre.txt", stem);
-    std::FILE* script = ov_fopen_chk_wmode(name);
-    ov_fprintf(script, "DRENU_SCRIPT\n");
-    ov_fprintf(script, "DISPSURF_VISUAL_MODE\n");
-    ov_fprintf(script, "HTML_OPEN\n");
-    ov_fprintf(script, "%s_.html\n", stem);
-    ov_fprintf(script, "DISPSURF_VISUAL\n");
-    ov_fprintf(script, "%d  #branch_begin\n", tables.branch_begin);
-    ov_fprintf(script, "%d  #branch_end\n", tables.branch_end);
-    ov_fprintf(script, "%d  #num_rf_amp\n", problem.num_g);
-    ov_fprintf(script, "%d  #num_thick\n", tables.num_thickness);
-    ov_fprintf(script, "%s\n", stem);
-    ov_fprintf(script, "%s\n", tables.surface_name);
-    ov_fprintf(script, "%s\n", tables.amplitude_name);
-    ov_fprintf(script, "%s\n", tables.intensity_name);
+    const result_table table = open_table(stem, "_dre.txt");
+    std::FILE* script = table.file;
+    ov_fprintf(script, "DRENU_SCRIPT\nDISPSURF_VISUAL_MODE\nHTML_OPEN\n%s_.html\n", stem);
+    ov_fprintf(script, "DISPSURF_VISUAL\n%d  #branch_begin\n%d  #branch_end\n", tables.branch_begin, tables.branch_end);
+    ov_fprintf(script, "%d  #num_rf_amp\n%d  #num_thick\n", problem.num_g, problem.num_thickness);
+    ov_fprintf(script, "%s\n%s\n%s\n%s\n", stem, tables.surface.name, tables.amplitude.name, tables.intensity.name);
     ov_fprintf(script, "HTML_CLOSE\n");
     ov_fclose(script);
-    ov_fprintf(stdout, "\n>> drenu %s\n", name);
+    ov_fprintf(stdout, "\n>> drenu %s\n", table.name);
 }
 
-void calc_disp_surf_ug(const tilt_problem& problem, int num_k_points, const r_hkl* k_tilt, const pixel* k_pixel,
-                       int branch_begin, int branch_end, int num_thickness, const double* thickness, const char* stem) {
+// Solves one tilt and writes its row of each table.
+static void print_tilt(const tilt_problem& problem, r_hkl K_t, const pixel& place, const dispsurf_tables& tables,
+                       work_cal_int& work) {
+    select_tilt(problem, K_t, work);
+    solve_tilt(problem, nullptr, work);
+    dbg_mon("$$ calc_intensity\n");
+    print_surface_row(work, place, tables);
+    print_intensity_row(problem, work, place, tables);
+    print_amplitude_row(problem, work, place, tables);
+}
+
+void calc_disp_surf_ug(const tilt_problem& problem, const sd& cond, const char* stem) {
     epsilon.vg_select_flag = 0;
     ov_fprintf(stdout, "(calc_disp_surf_ug) vg_select_flag is set to 0.\n");
-    dispsurf_tables tables = open_tables(stem);
-    tables.branch_begin = branch_begin;
-    tables.branch_end = branch_end;
-    tables.num_thickness = num_thickness;
-    tables.thickness = thickness;
+    const dispsurf_tables tables = {open_table(stem, "_ds.txt"), open_table(stem, "_amp.txt"),
+                                    open_table(stem, "_int.txt"), cond.branch_begin, cond.branch_end};
     print_headings(problem, tables);
 
     work_cal_int work;
-    alloc_work_cal_int(problem.num_exact_beam + problem.num_bethe_beam, problem.num_g, 0, work);
-    for (int m = 0; m < num_k_points; ++m) {
-        progress_indicator(m, num_k_points);
-        tilt_state state = select_tilt(problem, k_tilt[m], work);
-        solve_tilt(problem, "$$ Bethe Approx.\n", nullptr, state, work);
-        dbg_mon("$$ calc_intensity\n");
-        print_surface_row(state, work, k_pixel[m], tables);
-        print_intensity_row(problem, state, work, k_pixel[m], tables);
-        print_amplitude_row(problem, work, k_pixel[m], tables);
+    alloc_work_cal_int(num_beams(problem), problem.num_g, 0, work);
+    for (int k = 0; k < cond.num_k_points; ++k) {
+        progress_indicator(k, cond.num_k_points);
+        print_tilt(problem, cond.k_tilt[k], cond.k_pixel[k], tables, work);
     }
     ov_fprintf(stdout, "100%%\n");
-    ov_fclose(tables.surface);
-    ov_fclose(tables.amplitude);
-    ov_fclose(tables.intensity);
+    for (std::FILE* file : {tables.surface.file, tables.amplitude.file, tables.intensity.file})
+        ov_fclose(file);
     write_script(problem, tables, stem);
     free_work_cal_int(work);
 }

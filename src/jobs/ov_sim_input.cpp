@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "jobs/ov_sim.h"
+#include "jobs/ov_sim_input.h"
 
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
+#include "jobs/ov_sim_maps.h"
+#include "jobs/ov_sim_mesh.h"
 #include "numeric/vecmat.h"
 
 namespace orvel {
@@ -10,14 +12,20 @@ namespace orvel {
 // ---- what differs between the jobs: each prints its own words -------------------------------
 
 static const struct {
+    const char* begin; // of the condition block
+    const char* end;
     const char* hint;          // behind a misplaced CALC_KXY_RANGE
     const char* before_number; // around the number in the message of an invalid mesh kind
     const char* behind_number;
-} kxy_words[] = {
-    {"$$ Caution!!! CALC_KXY_RANGE must be before BEAM_SEARCH. $$", "(=", ")x"},
-    {"$$ Caution!! CALC_KXY_RANGE must be before BEAM_SEARCH. $$", "=", ""},
-    {"$$$$$ Caution!!! CALC_KXY_RANGE must be before BEAM_SEARCH. $$$$$", "=", ""},
-    {"$$ Caution!!! CALC_KXY_RANGE must be before BEAM_SEARCH!", "=", ""},
+} job_words[] = {
+    {"SIM_CALCULATION_CONDITION{", "}SIM_CALCULATION_CONDITION",
+     "$$ Caution!!! CALC_KXY_RANGE must be before BEAM_SEARCH. $$", "(=", ")x"},
+    {"DISPSURF_CALCULATION_CONDITION{", "}DISPSURF_CALCULATION_CONDITION",
+     "$$ Caution!! CALC_KXY_RANGE must be before BEAM_SEARCH. $$", "=", ""},
+    {"BLOCH_CALCULATION_CONDITION{", "}BLOCH_CALCULATION_CONDITION",
+     "$$$$$ Caution!!! CALC_KXY_RANGE must be before BEAM_SEARCH. $$$$$", "=", ""},
+    {"TFRINGE_CALCULATION_CONDITION{", "}TFRINGE_CALCULATION_CONDITION",
+     "$$ Caution!!! CALC_KXY_RANGE must be before BEAM_SEARCH!", "=", ""},
 };
 
 // ---- single blocks --------------------------------------------------------------------------
@@ -33,8 +41,8 @@ void fget_incident_beam(sd& cond, std::FILE* file) {
     chk_data("}INCIDENT_BEAM", file);
 }
 
-void fget_calc_kxy_range(sd& cond, solver_job job, std::FILE* file) {
-    const auto& words = kxy_words[job];
+static void fget_calc_kxy_range(sd& cond, solver_job job, std::FILE* file) {
+    const auto& words = job_words[job];
     chk_data_info("CALC_KXY_RANGE{", words.hint, file);
     cond.calc_type = fget_i(file);
     if (cond.calc_type < mesh_point || cond.calc_type > mesh_square)
@@ -51,24 +59,11 @@ void fget_calc_kxy_range(sd& cond, solver_job job, std::FILE* file) {
     cond.beam_search.disksize = cond.disksize;
 }
 
-void fget_sd_beams(sd& cond, csd& crystal, std::FILE* file) {
-    fget_beam_list(file, cond.beam_search, cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel,
-                   cond.zone_uvw, cond.zolzbase1, cond.h_tilt, cond.g_tilt, cond.kv, crystal);
-}
+void fget_sd_beams(sd& cond, csd& crystal, std::FILE* file) { fget_beam_list(file, cond, crystal); }
 
-void report_beams(const sd& cond, csd& crystal) {
-    reflex_dump_csd(0, cond.num_exact_beam, cond.num_bethe_beam, cond.reflex_sel, crystal, cond.beam_search,
-                    cond.zone_uvw, cond.zolzbase1, cond.kv, lattice_of(crystal));
-}
+void report_beams(const sd& cond, csd& crystal) { reflex_dump_csd(0, cond, crystal, lattice_of(crystal)); }
 
-void fget_beam_search_block(sd& cond, csd& crystal, std::FILE* file) {
-    chk_data("BEAM_SEARCH{", file);
-    fget_sd_beams(cond, crystal, file);
-    report_beams(cond, crystal);
-    chk_data("}BEAM_SEARCH", file);
-}
-
-void fget_output_branch(sd& cond, solver_job job, std::FILE* file) {
+static void fget_output_branch(sd& cond, solver_job job, std::FILE* file) {
     chk_data("OUTPUT_BRANCH{", file);
     fget_2i(&cond.branch_begin, &cond.branch_end, file);
     if (cond.branch_begin < 1 || cond.branch_begin > cond.branch_end || cond.branch_end > cond.num_exact_beam)
@@ -77,7 +72,7 @@ void fget_output_branch(sd& cond, solver_job job, std::FILE* file) {
     chk_data("}OUTPUT_BRANCH", file);
 }
 
-void fget_output_reflex(sd& cond, solver_job job, std::FILE* file) {
+static void fget_output_reflex(sd& cond, solver_job job, std::FILE* file) {
     chk_data("OUTPUT_REFLEX{", file);
     const int listed = fget_i(file);
     if (listed < 0)
@@ -99,7 +94,7 @@ static int fget_num_thickness(int smallest, std::FILE* file) {
     return num_thickness;
 }
 
-void fget_output_thickness(sd& cond, solver_job job, std::FILE* file) {
+static void fget_output_thickness(sd& cond, solver_job job, std::FILE* file) {
     chk_data("OUTPUT_THICKNESS{", file);
     cond.num_thickness = fget_num_thickness(job == solver_dispsurf ? 0 : 1, file);
     ov_fprintf(stdout, "num_thickness = %d\n", cond.num_thickness);
@@ -108,7 +103,7 @@ void fget_output_thickness(sd& cond, solver_job job, std::FILE* file) {
     chk_data("}OUTPUT_THICKNESS", file);
 }
 
-void fget_calc_t_range(sd& cond, std::FILE* file) {
+static void fget_calc_t_range(sd& cond, std::FILE* file) {
     chk_data("CALC_T_RANGE{", file);
     cond.num_thickness = fget_num_thickness(2, file);
     ov_fprintf(stdout, "  sd->num_thickness = %d\n", cond.num_thickness);
@@ -138,24 +133,29 @@ void fget_calc_rxy_range(sd& cond, lattice lat, std::FILE* file) {
 
 // ---- whole condition blocks -----------------------------------------------------------------
 
-// What all solver jobs begin with. It is judged here, since the search already rests on it.
-static void fget_incidence(sd& cond, solver_job job, csd& crystal, std::FILE* file) {
+// What all blocks begin with. The incidence is judged before the search, which already rests on it.
+static void begin_conditions(sd& cond, solver_job job, csd& crystal, std::FILE* file) {
+    cond = {};
+    chk_data(job_words[job].begin, file);
     fget_incident_beam(cond, file);
     fget_calc_kxy_range(cond, job, file);
-    chk_incidence(cond, job, crystal);
+    const double abs_K = chk_beam(cond, crystal, lattice_of(crystal));
+    lay_mesh(cond);
+    chk_tilts(cond, job, abs_K, lattice_of(crystal));
+    chk_data("BEAM_SEARCH{", file);
+    fget_sd_beams(cond, crystal, file);
+    report_beams(cond, crystal);
+    chk_data("}BEAM_SEARCH", file);
 }
 
 void input_sim_data(sd& cond, csd& crystal, std::FILE* file) {
-    cond = {};
-    chk_data("SIM_CALCULATION_CONDITION{", file);
-    fget_incidence(cond, solver_sim, crystal, file);
-    fget_beam_search_block(cond, crystal, file);
+    begin_conditions(cond, solver_sim, crystal, file);
     fget_output_reflex(cond, solver_sim, file);
     fget_output_thickness(cond, solver_sim, file);
-    chk_data("}SIM_CALCULATION_CONDITION", file);
+    chk_data(job_words[solver_sim].end, file);
 }
 
-void input_sim_coherent_data(sd& cond, csd& /*crystal*/, std::FILE* file) {
+void input_sim_coherent_data(sd& cond, std::FILE* file) {
     chk_data("COHERENT{", file);
     cond.coherent_cs = fget_d(file);
     cond.coherent_defocus = fget_d(file);
@@ -164,34 +164,25 @@ void input_sim_coherent_data(sd& cond, csd& /*crystal*/, std::FILE* file) {
 }
 
 void input_dispsurf_data(sd& cond, csd& crystal, std::FILE* file) {
-    cond = {};
-    chk_data("DISPSURF_CALCULATION_CONDITION{", file);
-    fget_incidence(cond, solver_dispsurf, crystal, file);
-    fget_beam_search_block(cond, crystal, file);
+    begin_conditions(cond, solver_dispsurf, crystal, file);
     fget_output_branch(cond, solver_dispsurf, file);
     fget_output_reflex(cond, solver_dispsurf, file);
     fget_output_thickness(cond, solver_dispsurf, file);
-    chk_data("}DISPSURF_CALCULATION_CONDITION", file);
+    chk_data(job_words[solver_dispsurf].end, file);
 }
 
 void input_bloch_data(sd& cond, csd& crystal, std::FILE* file) {
-    cond = {};
-    chk_data("BLOCH_CALCULATION_CONDITION{", file);
-    fget_incidence(cond, solver_bloch, crystal, file);
-    fget_beam_search_block(cond, crystal, file);
+    begin_conditions(cond, solver_bloch, crystal, file);
     fget_calc_rxy_range(cond, lattice_of(crystal), file);
     fget_output_branch(cond, solver_bloch, file);
-    chk_data("}BLOCH_CALCULATION_CONDITION", file);
+    chk_data(job_words[solver_bloch].end, file);
 }
 
 void input_tfringe_data(sd& cond, csd& crystal, std::FILE* file) {
-    cond = {};
-    chk_data("TFRINGE_CALCULATION_CONDITION{", file);
-    fget_incidence(cond, solver_tfringe, crystal, file);
-    fget_beam_search_block(cond, crystal, file);
+    begin_conditions(cond, solver_tfringe, crystal, file);
     fget_calc_t_range(cond, file);
     fget_output_reflex(cond, solver_tfringe, file);
-    chk_data("}TFRINGE_CALCULATION_CONDITION", file);
+    chk_data(job_words[solver_tfringe].end, file);
 }
 
 } // namespace orvel

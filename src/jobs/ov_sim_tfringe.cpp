@@ -7,6 +7,8 @@
 #include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
+#include "jobs/ov_sim_input.h"
+#include "jobs/ov_sim_mesh.h"
 #include "numeric/vecmat.h"
 
 namespace orvel {
@@ -21,7 +23,7 @@ void ov_tfringe(std::FILE* file, std::FILE* log, const char* stem) {
     const lattice lat = lattice_of(crystal);
     complex** vg = new_potential_matrix("Potential.\n", cond, crystal, lat, log);
     calc_kxy_tilt(cond, lat);
-    calc_tfringe_ug(tilt_problem_of(cond, crystal, vg, lat), cond.k_tilt[0], cond.num_thickness, cond.thickness, stem);
+    calc_tfringe_ug(tilt_problem_of(cond, crystal, vg, lat), cond.k_tilt[0], stem);
     free_matrix(vg);
     free_sd(cond);
     free_csd(crystal);
@@ -38,11 +40,8 @@ static void print_heading(const tilt_problem& problem, std::FILE* file) {
 
 // The script behind its first line, up to the plot command.
 static void print_plot(const tilt_problem& problem, const char* table_name, const char* stem, std::FILE* script) {
-    ov_fprintf(script, "set xlabel \"thickness [A]\"\n");
-    ov_fprintf(script, "set ylabel \"Intensity\"\n");
-    ov_fprintf(script, "set title \"Thickness fringes\"\n");
-    ov_fprintf(script, "set term png\n");
-    ov_fprintf(script, "set output \"%s_out.png\"\n", stem);
+    ov_fprintf(script, "set xlabel \"thickness [A]\"\nset ylabel \"Intensity\"\n");
+    ov_fprintf(script, "set title \"Thickness fringes\"\nset term png\nset output \"%s_out.png\"\n", stem);
     ov_fprintf(script, "plot ");
     for (int i = 0; i < problem.num_g; ++i) {
         const hkl g = problem.reflex_sel[problem.out_beams[i]];
@@ -52,10 +51,10 @@ static void print_plot(const tilt_problem& problem, const char* table_name, cons
     ov_fprintf(script, "\n");
 }
 
-static void print_rows(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work, double t,
-                       complex* psi, std::FILE* intensity, std::FILE* re_im) {
+static void print_rows(const tilt_problem& problem, work_cal_int& work, double t, complex* psi,
+                       std::FILE* intensity, std::FILE* re_im) {
     const double s = std::sqrt(epsilon.intensity_scaling);
-    tilt_amplitudes(problem, state, work, t, psi);
+    tilt_amplitudes(problem, work, t, psi);
     ov_fprintf(intensity, "%lg", t);
     ov_fprintf(re_im, "%lg", t);
     for (int i = 0; i < problem.num_g; ++i) {
@@ -66,8 +65,7 @@ static void print_rows(const tilt_problem& problem, const tilt_state& state, con
     ov_fprintf(re_im, "\n");
 }
 
-void calc_tfringe_ug(const tilt_problem& problem, r_hkl K_t, int num_thickness, const double* thickness,
-                     const char* stem) {
+void calc_tfringe_ug(const tilt_problem& problem, r_hkl K_t, const char* stem) {
     char intensity_name[path_max], script_name[path_max], re_im_name[path_max];
     std::snprintf(intensity_name, path_max, "%s_int.txt", stem);
     std::snprintf(script_name, path_max, "%s.plt", stem);
@@ -78,17 +76,17 @@ void calc_tfringe_ug(const tilt_problem& problem, r_hkl K_t, int num_thickness, 
     std::FILE* re_im = ov_fopen_chk_wmode(re_im_name);
 
     work_cal_int work;
-    alloc_work_cal_int(problem.num_exact_beam + problem.num_bethe_beam, problem.num_g, 0, work);
+    alloc_work_cal_int(num_beams(problem), problem.num_g, 0, work);
     complex* psi = new_vector<complex>(to_size(problem.num_g));
-    tilt_state state = select_tilt(problem, K_t, work);
-    solve_tilt(problem, "$$ Bethe Approx.\n", nullptr, state, work);
+    select_tilt(problem, K_t, work);
+    solve_tilt(problem, nullptr, work);
     dbg_mon("$$ calc_intensity\n");
 
     print_heading(problem, intensity);
     print_heading(problem, re_im);
     print_plot(problem, intensity_name, stem, script);
-    for (int t = 0; t < num_thickness; ++t)
-        print_rows(problem, state, work, thickness[t], psi, intensity, re_im);
+    for (int t = 0; t < problem.num_thickness; ++t)
+        print_rows(problem, work, problem.thickness[t], psi, intensity, re_im);
     ov_fprintf(script, "#pause -1 \n");
     ov_fclose(intensity);
     ov_fclose(script);

@@ -10,7 +10,8 @@
 #include "crystal/cnstfunc.h"
 #include "numeric/vecmat.h"
 #include "refine/fitfunc.h"
-#include "solver/ovfunc.h"
+#include "solver/ovfunc_potential.h"
+#include "solver/ovfunc_tilt.h"
 
 namespace orvel {
 
@@ -19,17 +20,12 @@ void auto_ed_beams(fed& set, csd& crystal) {
     const int method = method_of(bs.flag_bs);
     if (method == -1 || method == method_manual)
         ov_abort(stdout, "$$ Invalid beam_search.flag_bs. (%d) Abort.\n", bs.flag_bs);
-    hkl* exact = new_vector<hkl>(to_size(bs.num_g_limit));
-    hkl* bethe = new_vector<hkl>(to_size(bs.num_g_limit));
+    found_beams found = new_found_beams(bs.num_g_limit);
     ov_fprintf(stdout, "Beam search (%s) ... ", method == method_wg ? "wg" : "sg");
     ov_fflush(stdout);
-    search_beams(set.num_exact_beam, set.num_bethe_beam, exact, bethe, bs, set.zone_uvw, set.zolzbase1,
-                 set.h_tilt, set.g_tilt, set.kv, crystal);
-    ov_fprintf(stdout, "$$ Exact = %d, Bethe = %d\n", set.num_exact_beam, set.num_bethe_beam);
-    set.reflex_sel = new_vector<hkl>(to_size(set.num_exact_beam + set.num_bethe_beam));
-    beam_merge(set.num_exact_beam, set.num_bethe_beam, exact, bethe, set.reflex_sel);
-    std::free(exact);
-    std::free(bethe);
+    search_beams(set, crystal, found);
+    ov_fprintf(stdout, "$$ Exact = %d, Bethe = %d\n", found.num_exact, found.num_bethe);
+    take_found_beams(found, set);
 }
 
 void perturbed_potential_matrix(int num_perturb, complex*** pvg, csd& crystal, const fed& set, lattice lat, int& flag) {
@@ -86,7 +82,7 @@ void chk_incidence(const fed& set, csd& crystal, lattice lat) {
     int num_pix, effective;
     calc_K_xy_cbed(num_pix, effective, K_t, grid, set.h_tilt, set.g_tilt, set.zone_uvw, set.zolzbase1, lat,
                    set.calc_type, set.disksize, set.num_pix_side);
-    const double abs_K = chk_incidence(crystal, set.kv, set.zone_uvw, set.normal_uvw, lat);
+    const double abs_K = chk_beam(set, crystal, lat);
     const double base_len = std::sqrt(sq_abs(set.zolzbase1, lat));
     for (int p = 0; p < num_pix; ++p)
         if (grid[p].flag == 1)
@@ -140,7 +136,7 @@ static cycle_stores new_stores(const fed& set, const ei& intensity, int num_pert
         s.pix_p_int = new_tensor4<double>(P, R, T, K);
     }
     s.K_t = new_vector<r_hkl>(P);
-    alloc_work_cal_int(set.num_exact_beam + set.num_bethe_beam, s.R, s.K, s.work);
+    alloc_work_cal_int(num_beams(set), s.R, s.K, s.work);
     return s;
 }
 
@@ -159,41 +155,52 @@ static void free_stores(cycle_stores& s) {
 static void find_reflections(fed& set, const ei& intensity, lattice lat, int* out_beams) {
     for (int r = 0; r < set.num_reflex; ++r) {
         const hkl g = intensity.reflex_hkl[r];
-        out_beams[r] = find_n_g(set.num_exact_beam + set.num_bethe_beam, g.h, g.k, g.l, set.reflex_sel);
+        out_beams[r] = find_n_g(num_beams(set), g.h, g.k, g.l, set.reflex_sel);
         if (out_beams[r] < 0)
             ov_abort(stdout, "$$ calc_cbed_pattern_perturb: %d %d %d not found. Abort.", g.h, g.k, g.l);
         set.g_len[r] = std::sqrt(sq_abs(hkl2rhkl(g.h, g.k, g.l), lat));
     }
 }
 
-// Fills pix_int and pix_p_int; pixels outside the disk keep their zeros.
-static void walk_pixels(csd& crystal, const fed& set, const ei& intensity, complex** vg, complex*** pvg, lattice lat,
-                        int effective, cycle_stores& s) {
-    double zone_len, normal_len, cos_zn, lambda, energy;
-    pre_calc_intensity(set.kv, set.zone_uvw, set.normal_uvw, lat, zone_len, normal_len, cos_zn, lambda, energy);
-    const double abs_K = calc_abs_K(crystal, set.kv, lat);
+// Computes pixel p: its places in pix_int and pix_p_int.
+static void compute_pixel(const tilt_problem& problem, int p, const fed& set, cycle_stores& s) {
+    calc_intensity_with_perturb_ug(problem, s.K_t[p], s.tilt_int, s.tilt_p_int, s.work);
+    for (int r = 0; r < s.R; ++r)
+        for (int t = 0; t < s.T; ++t)
+            scale_tav(s.n, set.scale_factor[t], set.thickness_width[t], t, s.T, r, p, s.K, s.thick_wt,
+                      s.tilt_int, s.tilt_p_int, s.pix_int, s.pix_p_int);
+}
+
+// The tilt loop; pixels outside the disk keep their zeros.
+static void walk_pixels(const tilt_problem& problem, const fed& set, const pixel* grid, int effective,
+                        cycle_stores& s) {
     int count = 0;
     for (int p = 0; p < s.P; ++p) {
-        if (intensity.pixel[p].flag != 1)
+        if (grid[p].flag != 1)
             continue;
         if (count == 0) {
             exec_time_forecast(-1);
             ov_fprintf(stdout, " [one cycle] ");
         }
         progress_indicator(count, effective);
-        calc_intensity_with_perturb_ug(s.K_t[p], abs_K, set.beam_search, set.num_exact_beam, set.num_bethe_beam,
-                                       set.reflex_sel, vg, s.K, pvg, s.R, s.out_beams, s.num_thick, s.thick_list,
-                                       set.kv, set.zone_uvw, set.normal_uvw, lat, zone_len, normal_len, cos_zn,
-                                       s.tilt_int, s.tilt_p_int, s.work);
-        for (int r = 0; r < s.R; ++r)
-            for (int t = 0; t < s.T; ++t)
-                scale_tav(s.n, set.scale_factor[t], set.thickness_width[t], t, s.T, r, p, s.K, s.thick_wt,
-                          s.tilt_int, s.tilt_p_int, s.pix_int, s.pix_p_int);
+        compute_pixel(problem, p, set, s);
         if (count == 0)
             exec_time_forecast(effective);
         ++count;
     }
     exec_time_forecast(0);
+}
+
+// What all pixels share; refers to the stores.
+static tilt_problem tilt_problem_of(const fed& set, csd& crystal, complex** vg, complex*** pvg, const cycle_stores& s) {
+    tilt_problem problem = new_tilt_problem(set, crystal, vg, lattice_of(crystal));
+    problem.num_g = s.R;
+    problem.out_beams = s.out_beams;
+    problem.num_thickness = s.num_thick;
+    problem.thickness = s.thick_list;
+    problem.num_perturb = s.K;
+    problem.pvg = pvg;
+    return problem;
 }
 
 void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, complex** vg, int num_perturb, complex*** pvg,
@@ -207,7 +214,7 @@ void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, complex** 
                    set.zone_uvw, set.zolzbase1, lat, set.calc_type, set.disksize, set.num_pix_side);
     find_reflections(set, intensity, lat, s.out_beams);
     ov_fprintf(stdout, "**CBED intensity calculation\n");
-    walk_pixels(crystal, set, intensity, vg, pvg, lat, effective, s);
+    walk_pixels(tilt_problem_of(set, crystal, vg, pvg, s), set, intensity.pixel, effective, s);
     set_calc_intensity_ei(s.R, s.T, s.P, intensity, s.pix_int);
     set_extr_obs_int(s.T, s.R, set, intensity, log);
     chisq = calc_chisq(set, intensity);
@@ -228,8 +235,7 @@ static double calc_data_set(int i, int num_fitpar, double** alpha, double* beta,
     const bool automatic = method_of(set.beam_search.flag_bs) != method_manual;
     if (automatic)
         auto_ed_beams(set, crystal);
-    reflex_dump_csd(i, set.num_exact_beam, set.num_bethe_beam, set.reflex_sel, crystal, set.beam_search,
-                    set.zone_uvw, set.zolzbase1, set.kv, lat);
+    reflex_dump_csd(i, set, crystal, lat);
     const std::size_t N = to_size(set.num_exact_beam + set.num_bethe_beam);
     complex** vg = new_matrix<complex>(N, N);
     ov_fprintf(stdout, "**Potential:\n");

@@ -12,25 +12,16 @@
 #include "beams/rfsearch.h"
 #include "control/records.h"
 #include "crystal/strct_f.h"
-#include "jobs/ov_sim.h"
+#include "jobs/tilt_mesh.h"
 #include "numeric/complex.h"
 
 namespace orvel {
 
 // One measured data set: the conditions of the experiment and all of it that may be refined. Every
 // refinable value has its descriptor beside it. Matrices are [reflection][thickness].
-struct fed {
-    uvw zone_uvw;          // incidence, upward
-    uvw normal_uvw;        // surface normal, upward
-    r_hkl zolzbase1;       // first ZOLZ base vector
-    double h_tilt, g_tilt; // centre of the pattern
+struct fed : beam_setup { // a searched list is made anew in each cycle
     fitpar h_tilt_fitpar, g_tilt_fitpar;
-    double kv; // accelerating voltage, kV
     fitpar kv_fitpar;
-    int num_exact_beam;
-    int num_bethe_beam;
-    hkl* reflex_sel; // beam list; made anew in each cycle unless it is a manual one
-    struct beam_search beam_search;
     double* scale_factor; // num_thickness of each of the following
     fitpar* scale_fitpar;
     int num_thickness;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "solver/ovfunc.h"
+#include "solver/ovfunc_kinematics.h"
 
 #include <cmath>
 
@@ -30,6 +30,11 @@ double calc_K_n(r_hkl K_t, double K_z, double normal_len, uvw normal_uvw, double
     return inner_product_uvw_hkl(normal_uvw, K_t) / normal_len + cos_zn * K_z;
 }
 
+wave_vector calc_wave_vector(const incidence& at, const beam_geometry& geometry, r_hkl K_t) {
+    const double K_z = calc_K_z(geometry.abs_K, K_t, geometry.lat);
+    return {K_t, K_z, calc_K_n(K_t, K_z, geometry.normal_len, at.normal_uvw, geometry.cos_zn)};
+}
+
 double calc_g_z(hkl g, double zone_len, uvw zone_uvw) {
     return inner_product_uvw_hkl(zone_uvw, hkl2rhkl(g.h, g.k, g.l)) / zone_len;
 }
@@ -41,14 +46,13 @@ double calc_excitation_error(r_hkl K_t, double K_z, double abs_K, hkl g, double 
     return (-K_z * g_z - inner_product(midway, hkl2rhkl(g.h, g.k, g.l), lat)) / abs_K;
 }
 
-void calc_sg_beta_g(r_hkl K_t, double K_z, double K_n, double abs_K,
-                    double zone_len, uvw zone_uvw, double normal_len, uvw normal_uvw,
-                    int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel, lattice lat,
+void calc_sg_beta_g(const incidence& at, const beam_geometry& geometry, wave_vector K, int n, const hkl* reflex_sel,
                     double* Sg, double* beta_ge) {
-    for (int i = 0; i < num_exact_beam + num_bethe_beam; ++i) {
+    for (int i = 0; i < n; ++i) {
         const hkl g = reflex_sel[i];
-        Sg[i] = calc_excitation_error(K_t, K_z, abs_K, g, calc_g_z(g, zone_len, zone_uvw), lat);
-        beta_ge[i] = 1 + calc_g_n(g, normal_len, normal_uvw) / K_n;
+        const double g_z = calc_g_z(g, geometry.zone_len, at.zone_uvw);
+        Sg[i] = calc_excitation_error(K.K_t, K.K_z, geometry.abs_K, g, g_z, geometry.lat);
+        beta_ge[i] = 1 + calc_g_n(g, geometry.normal_len, at.normal_uvw) / K.K_n;
         if (dbg.sg_dump_flag == 1)
             ov_fprintf(stdout, "$$ Sg(%d %d %d) = %g\n", g.h, g.k, g.l, Sg[i]);
         if (dbg.betag_dump_flag == 1)
@@ -56,14 +60,11 @@ void calc_sg_beta_g(r_hkl K_t, double K_z, double K_n, double abs_K,
     }
 }
 
-void pre_calc_intensity(double kv, uvw zone_uvw, uvw normal_uvw, lattice lat,
-                        double& zone_len, double& normal_len, double& cos_zn,
-                        double& wavelength, double& evdash) {
-    wavelength = orvel::wavelength(kv);
-    evdash = orvel::evdash(kv);
-    zone_len = abs_uvw(zone_uvw, lat);
-    normal_len = abs_uvw(normal_uvw, lat);
-    cos_zn = inner_product_uvw(zone_uvw, normal_uvw, lat) / (zone_len * normal_len);
+beam_geometry pre_calc_intensity(const incidence& at, double abs_K, lattice lat) {
+    const double zone_len = abs_uvw(at.zone_uvw, lat);
+    const double normal_len = abs_uvw(at.normal_uvw, lat);
+    const double cos_zn = inner_product_uvw(at.zone_uvw, at.normal_uvw, lat) / (zone_len * normal_len);
+    return {lat, abs_K, zone_len, normal_len, cos_zn, wavelength(at.kv), evdash(at.kv)};
 }
 
 void chk_kv(double kv) {
@@ -71,17 +72,17 @@ void chk_kv(double kv) {
         ov_abort(stdout, "$$ Invalid kv(=%g). Abort.\n", kv);
 }
 
-double chk_incidence(csd& crystal, double kv, uvw zone_uvw, uvw normal_uvw, lattice lat) {
-    chk_kv(kv);
-    double zone_len, normal_len, cos_zn, lambda, energy;
-    pre_calc_intensity(kv, zone_uvw, normal_uvw, lat, zone_len, normal_len, cos_zn, lambda, energy);
+double chk_beam(const incidence& at, csd& crystal, lattice lat) {
     const double right_angle = 1e-12; // rounding leaves less of its cosine
-    if (zone_len != 0 && !(cos_zn > right_angle))
+    const uvw zone = at.zone_uvw, normal = at.normal_uvw;
+    chk_kv(at.kv);
+    const double abs_K = calc_abs_K(crystal, at.kv, lat);
+    const beam_geometry geometry = pre_calc_intensity(at, abs_K, lat);
+    if (geometry.zone_len != 0 && !(geometry.cos_zn > right_angle))
         ov_abort(stdout, "$$ Surface normal [%d %d %d] does not point upward along [%d %d %d]. Abort.\n",
-                 normal_uvw.u, normal_uvw.v, normal_uvw.w, zone_uvw.u, zone_uvw.v, zone_uvw.w);
-    const double abs_K = calc_abs_K(crystal, kv, lat);
+                 normal.u, normal.v, normal.w, zone.u, zone.v, zone.w);
     if (!(abs_K > 0 && std::isfinite(abs_K)))
-        ov_abort(stdout, "$$ Invalid mean inner potential(=%g). Abort.\n", calc_V_0(crystal, kv, lat));
+        ov_abort(stdout, "$$ Invalid mean inner potential(=%g). Abort.\n", calc_V_0(crystal, at.kv, lat));
     return abs_K;
 }
 

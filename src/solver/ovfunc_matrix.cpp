@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "solver/ovfunc.h"
+#include "solver/ovfunc_matrix.h"
 
+#include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
@@ -15,116 +15,101 @@ namespace orvel {
 
 // ---- selection ------------------------------------------------------------------------------
 
-// A selection that grows beam by beam: exact beams go to the front of sel, Bethe beams wait in a
-// list of their own until the number of exact beams is known.
-struct selection {
-    int nesel, nbsel;
-    int* sel;
-    int* bethe;
-};
-
-static selection begin_selection(int N, const hkl* reflex_sel, int* sel) {
-    if (reflex_sel[0].h != 0 || reflex_sel[0].k != 0 || reflex_sel[0].l != 0)
+static void begin_selection(const beam_setup& setup, beam_selection& s) {
+    const hkl first = setup.reflex_sel[0];
+    if (first.h != 0 || first.k != 0 || first.l != 0)
         ov_error_exit(stdout, "reflex_sel[0] must be 000");
-    sel[0] = 0;
-    return {1, 0, sel, new_vector<int>(to_size(N))};
+    s.sel[0] = 0;
+    s.nesel = 1;
+    s.nbsel = 0;
 }
 
-static void judge_beam(selection& s, int beam, double figure, double exact_limit, double bethe_limit) {
+// Exact beams go to the front of sel. Bethe beams wait at its end, the first one last.
+static void judge_beam(const beam_setup& setup, int beam, double figure, double exact_limit, double bethe_limit,
+                       beam_selection& s) {
     if (exact_limit > figure)
         s.sel[s.nesel++] = beam;
     else if (bethe_limit > figure)
-        s.bethe[s.nbsel++] = beam;
+        s.sel[num_beams(setup) - ++s.nbsel] = beam;
 }
 
-static void end_selection(const selection& s, int& nesel, int& nbsel) {
-    for (int i = 0; i < s.nbsel; ++i)
-        s.sel[s.nesel + i] = s.bethe[i];
-    std::free(s.bethe);
-    nesel = s.nesel;
-    nbsel = s.nbsel;
+// Brings the Bethe beams behind the exact ones, in their order.
+static void end_selection(const beam_setup& setup, beam_selection& s) {
+    int* const end = s.sel + num_beams(setup);
+    std::reverse(end - s.nbsel, end);
+    std::copy(end - s.nbsel, end, s.sel + s.nesel);
 }
 
-void vg_select_wg_info_ug(int num_exact_beam, int num_bethe_beam, int& nesel, int& nbsel, int* sel,
-                          const complex* const* vg, const hkl* reflex_sel, const double* Sg,
-                          double wgbmin, double wgmax, double kv) {
-    const int N = num_exact_beam + num_bethe_beam;
-    const double gamma = relativ_corr(kv);
-    const double lambda = wavelength(kv);
-    selection s = begin_selection(N, reflex_sel, sel);
-    for (int i = 1; i < N; ++i)
-        judge_beam(s, i, vg_to_xig(vg[i][0], gamma, lambda) * std::fabs(Sg[i]), wgbmin, wgmax);
-    end_selection(s, nesel, nbsel);
+void vg_select_wg_info_ug(const beam_setup& setup, const complex* const* vg, const double* Sg,
+                          beam_selection& selection) {
+    const double gamma = relativ_corr(setup.kv);
+    const double lambda = wavelength(setup.kv);
+    const beam_search& bs = setup.beam_search;
+    begin_selection(setup, selection);
+    for (int i = 1; i < num_beams(setup); ++i)
+        judge_beam(setup, i, vg_to_xig(vg[i][0], gamma, lambda) * std::fabs(Sg[i]), bs.wgbmin, bs.wgmax, selection);
+    end_selection(setup, selection);
 }
 
-void vg_select_sg_info_ug(int num_exact_beam, int num_bethe_beam, int& nesel, int& nbsel, int* sel,
-                          const hkl* reflex_sel, const double* Sg, double sgbmin, double sgmax) {
-    const int N = num_exact_beam + num_bethe_beam;
-    selection s = begin_selection(N, reflex_sel, sel);
-    for (int i = 1; i < N; ++i)
-        judge_beam(s, i, std::fabs(Sg[i]), sgbmin, sgmax);
-    end_selection(s, nesel, nbsel);
+void vg_select_sg_info_ug(const beam_setup& setup, const double* Sg, beam_selection& selection) {
+    const beam_search& bs = setup.beam_search;
+    begin_selection(setup, selection);
+    for (int i = 1; i < num_beams(setup); ++i)
+        judge_beam(setup, i, std::fabs(Sg[i]), bs.sgbmin, bs.sgmax, selection);
+    end_selection(setup, selection);
 }
 
-void vg_select_sg_info_ug_multi(int num_exact_beam, int num_bethe_beam, int& nesel, int& nbsel, int* sel,
-                                const hkl* reflex_sel, const double* Sg,
-                                const double* sgbmin_lz, const double* sgmax_lz, uvw zone_uvw) {
-    const int N = num_exact_beam + num_bethe_beam;
-    selection s = begin_selection(N, reflex_sel, sel);
-    for (int i = 1; i < N; ++i) {
-        const int lz = laue_zone(zone_uvw, reflex_sel[i]);
-        judge_beam(s, i, std::fabs(Sg[i]), sgbmin_lz[lz], sgmax_lz[lz]);
+void vg_select_sg_info_ug_multi(const beam_setup& setup, const double* Sg, beam_selection& selection) {
+    const beam_search& bs = setup.beam_search;
+    begin_selection(setup, selection);
+    for (int i = 1; i < num_beams(setup); ++i) {
+        const int lz = laue_zone(setup.zone_uvw, setup.reflex_sel[i]);
+        judge_beam(setup, i, std::fabs(Sg[i]), bs.sgbmin_lz[lz], bs.sgmax_lz[lz], selection);
     }
-    end_selection(s, nesel, nbsel);
+    end_selection(setup, selection);
 }
 
-void vg_select_info_ug(int num_exact_beam, int num_bethe_beam, int& nesel, int& nbsel, int* sel,
-                       const complex* const* vg, const hkl* reflex_sel, const double* Sg,
-                       const beam_search& bs, uvw zone_uvw, double kv) {
-    const int method = epsilon.vg_select_flag == 0 ? static_cast<int>(method_manual) : method_of(bs.flag_bs);
-    switch (method) {
-    case method_wg:
-        vg_select_wg_info_ug(num_exact_beam, num_bethe_beam, nesel, nbsel, sel, vg, reflex_sel, Sg,
-                             bs.wgbmin, bs.wgmax, kv);
-        break;
-    case method_sg:
-        vg_select_sg_info_ug(num_exact_beam, num_bethe_beam, nesel, nbsel, sel, reflex_sel, Sg, bs.sgbmin, bs.sgmax);
-        break;
-    case method_sg_multi:
-        vg_select_sg_info_ug_multi(num_exact_beam, num_bethe_beam, nesel, nbsel, sel, reflex_sel, Sg,
-                                   bs.sgbmin_lz, bs.sgmax_lz, zone_uvw);
-        break;
-    default:
-        nesel = num_exact_beam;
-        nbsel = num_bethe_beam;
-        for (int i = 0; i < nesel + nbsel; ++i)
-            sel[i] = i;
-        break;
-    }
+static void select_list(const beam_setup& setup, beam_selection& s) {
+    s.nesel = setup.num_exact_beam;
+    s.nbsel = setup.num_bethe_beam;
+    for (int i = 0; i < num_beams(setup); ++i)
+        s.sel[i] = i;
 }
 
-void vg_select_trans_ug(int /*num_exact_beam*/, int /*num_bethe_beam*/, int nesel, int nbsel, const int* sel,
-                        const double* beta_ge, double* beta_sel, int num_g, const int* out_beams, int* out_pos) {
-    for (int i = 0; i < nesel + nbsel; ++i)
-        beta_sel[i] = beta_ge[sel[i]];
+void vg_select_info_ug(const beam_setup& setup, const complex* const* vg, const double* Sg, beam_selection& selection) {
+    const int method = method_of(setup.beam_search.flag_bs);
+    if (epsilon.vg_select_flag == 0 || method == method_manual)
+        select_list(setup, selection);
+    else if (method == method_wg)
+        vg_select_wg_info_ug(setup, vg, Sg, selection);
+    else if (method == method_sg)
+        vg_select_sg_info_ug(setup, Sg, selection);
+    else
+        vg_select_sg_info_ug_multi(setup, Sg, selection);
+}
+
+void vg_select_trans_ug(const beam_selection& selection, const double* beta_ge, double* beta_sel,
+                        int num_g, const int* out_beams, int* out_pos) {
+    const beam_selection& s = selection;
+    for (int i = 0; i < s.nesel + s.nbsel; ++i)
+        beta_sel[i] = beta_ge[s.sel[i]];
     for (int r = 0; r < num_g; ++r) {
-        int place = 0;
-        while (place < nesel && sel[place] != out_beams[r])
-            ++place;
-        out_pos[r] = place < nesel ? place : -1;
+        const int place = static_cast<int>(std::find(s.sel, s.sel + s.nesel, out_beams[r]) - s.sel);
+        out_pos[r] = place < s.nesel ? place : -1;
     }
 }
 
 // ---- structure matrix -----------------------------------------------------------------------
 
-void construct_ug_mat_slct(int nesel, int nbsel, const int* sel, double kv, const complex* const* vg,
+void construct_ug_mat_slct(const beam_selection& selection, double kv, const complex* const* vg,
                            const double* Sg, const double* beta_ge, complex** a_matrix) {
+    const int* sel = selection.sel;
     const double gamma = relativ_corr(kv);
     const double lambda = wavelength(kv);
     const complex U_000 = vg_to_ug(vg[0][0], gamma);
     const double K = std::sqrt(1 / (lambda * lambda) + U_000.re);
     const double ug_per_vg = vg_to_ug({1.0, 0.0}, gamma).re;
-    const int n = nesel + nbsel;
+    const int n = selection.nesel + selection.nbsel;
     double* inverse_root = workspace(slot_roots, to_size(n));
     for (int i = 0; i < n; ++i)
         inverse_root[i] = 1 / std::sqrt(beta_ge[sel[i]]);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "solver/ovfunc.h"
+#include "solver/ovfunc_potential.h"
 
 #include <algorithm>
 #include <cstdlib>

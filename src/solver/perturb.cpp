@@ -159,35 +159,40 @@ void perturb(const complex* eigen_val, const complex* const* eigen_vec, int n, c
 
 // ---- one tilt -------------------------------------------------------------------------------
 
-void calc_perturb_ug(int /*num_exact_beam*/, int /*num_bethe_beam*/, int flag_bs, int num_perturb, complex*** pvg,
-                     int num_g, int num_thickness, const double* thickness, double kv,
-                     int n_branch, const int* branch, int nesel, int nbsel, const int* sel, const int* out_pos,
-                     const double* Sg, const double* beta_ge, const double* beta_sel, double K_n,
-                     complex** bethe_matrix, complex** eigen_vec, const complex* eigen_val,
-                     double*** p_intensity, work_cal_int& work) {
+// The eigensolution of the tilt with the table vg, to first order, in the perturbed stores of work.
+static void perturb_tilt(const tilt_problem& problem, const complex* const* vg, work_cal_int& work) {
+    const int n = work.nesel;
+    dbg_mon("$$ p-construct_matrix\n");
+    construct_ug_mat_slct(work, problem.kv, vg, work.Sg, work.beta_ge, work.p_a_matrix);
+    dbg_print_cmat(dbg.a_mat_dump_flag, "a_matrix: (perturb)", n + work.nbsel, work.p_a_matrix);
+    dbg_mon("$$ p-g-bethe\n");
+    bethe_reduction(problem.beam_search.flag_bs, n, work.nbsel, work.p_a_matrix, work.p_bethe_matrix);
+    dbg_print_cmat(dbg.b_mat_dump_flag, "bethe_matrix: (perturb)", n, work.p_bethe_matrix);
+    dbg_mon("$$ perturbation2\n");
+    perturbation2(work.eigen_val, work.eigen_vec, work.eigen_vec_inv, n, work.bethe_matrix, work.p_bethe_matrix,
+                  epsilon.degeneracy_eps, work.p_eigen_val, work.p_eigen_vec);
+    dbg_print_cvec(dbg.eigval_dump_flag, "perturbed eigen values:", n, work.p_eigen_val);
+    dbg_print_cmat(dbg.eigvec_dump_flag, "perturbed eigen vectors", n, work.p_eigen_vec);
+    dbg_mon("$$ p-upper_b_cond\n");
+    upper_b_cond(n, work.beta_sel, work.p_eigen_vec, work.p_bc);
+    dbg_print_cvec(dbg.b_cond_dump_flag, "p-upper_b_cond:", n, work.p_bc);
+}
+
+void calc_perturb_ug(const tilt_problem& problem, double*** p_intensity, work_cal_int& work) {
+    const int num_g = problem.num_g, num_thickness = problem.num_thickness;
     dbg_mon("$$ eigen_vec_inv\n");
-    c_matcopy2(nesel, eigen_vec, work.eigen_vec_inv);
-    invmat(nesel, work.eigen_vec_inv);
+    c_matcopy2(work.nesel, work.eigen_vec, work.eigen_vec_inv);
+    invmat(work.nesel, work.eigen_vec_inv);
+    bloch_waves waves = work; // selection, K_n and branches stay those of the tilt
+    waves.eigen_val = work.p_eigen_val;
+    waves.eigen_vec = work.p_eigen_vec;
+    waves.bc = work.p_bc;
     complex* psi = workspace_vector(slot_waves, to_size(num_g) * to_size(num_thickness));
-    for (int k = 0; k < num_perturb; ++k) {
+    for (int k = 0; k < problem.num_perturb; ++k) {
         dbg_mon("$$ transfer perturbed vg\n");
-        dbg_mon("$$ p-construct_matrix\n");
-        construct_ug_mat_slct(nesel, nbsel, sel, kv, pvg[k], Sg, beta_ge, work.p_a_matrix);
-        dbg_print_cmat(dbg.a_mat_dump_flag, "a_matrix: (perturb)", nesel + nbsel, work.p_a_matrix);
-        dbg_mon("$$ p-g-bethe\n");
-        bethe_reduction(flag_bs, nesel, nbsel, work.p_a_matrix, work.p_bethe_matrix);
-        dbg_print_cmat(dbg.b_mat_dump_flag, "bethe_matrix: (perturb)", nesel, work.p_bethe_matrix);
-        dbg_mon("$$ perturbation2\n");
-        perturbation2(eigen_val, eigen_vec, work.eigen_vec_inv, nesel, bethe_matrix, work.p_bethe_matrix,
-                      epsilon.degeneracy_eps, work.p_eigen_val, work.p_eigen_vec);
-        dbg_print_cvec(dbg.eigval_dump_flag, "perturbed eigen values:", nesel, work.p_eigen_val);
-        dbg_print_cmat(dbg.eigvec_dump_flag, "perturbed eigen vectors", nesel, work.p_eigen_vec);
-        dbg_mon("$$ p-upper_b_cond\n");
-        upper_b_cond(nesel, beta_sel, work.p_eigen_vec, work.p_bc);
-        dbg_print_cvec(dbg.b_cond_dump_flag, "p-upper_b_cond:", nesel, work.p_bc);
+        perturb_tilt(problem, problem.pvg[k], work);
         dbg_mon("$$ p-intensities\n");
-        psi_of_beams(num_g, out_pos, num_thickness, thickness, nesel, n_branch, branch, K_n, beta_sel,
-                     work.p_eigen_val, work.p_eigen_vec, work.p_bc, psi);
+        psi_of_beams(num_g, work.out_pos, num_thickness, problem.thickness, waves, psi);
         for (int r = 0; r < num_g; ++r)
             for (int t = 0; t < num_thickness; ++t)
                 p_intensity[k][r][t] = c_norm(psi[to_size(r) * to_size(num_thickness) + to_size(t)]);

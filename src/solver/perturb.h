@@ -8,19 +8,13 @@
 #pragma once
 
 #include "numeric/complex.h"
-#include "solver/ovfunc.h"
+#include "solver/ovfunc_tilt.h"
 
 namespace orvel {
 
-// Intensities p_intensity[k][r][t] of a solved tilt for each perturbed table pvg[k]; the selection
-// of beams, the kinematics and the branches are those of the tilt. All arguments in front of
-// p_intensity are its state; work holds the perturbed stores.
-void calc_perturb_ug(int num_exact_beam, int num_bethe_beam, int flag_bs, int num_perturb, complex*** pvg,
-                     int num_g, int num_thickness, const double* thickness, double kv,
-                     int n_branch, const int* branch, int nesel, int nbsel, const int* sel, const int* out_pos,
-                     const double* Sg, const double* beta_ge, const double* beta_sel, double K_n,
-                     complex** bethe_matrix, complex** eigen_vec, const complex* eigen_val,
-                     double*** p_intensity, work_cal_int& work);
+// Intensities p_intensity[k][r][t] of the tilt solved in work for each perturbed table of the problem; the
+// selection of beams, the kinematics and the branches are those of the tilt.
+void calc_perturb_ug(const tilt_problem& problem, double*** p_intensity, work_cal_int& work);
 
 // Eigenvalues and eigenvectors of p_bethe_matrix to first order from those of bethe_matrix, order n.
 // Eigenvalues whose real parts are closer than degeneracy_eps do not mix.
