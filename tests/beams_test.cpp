@@ -55,7 +55,7 @@ TEST(Beams, SearchesAgreeWithCartesianOnes) {
     crystal c(crystal_text("1\n4\n5\n6\n90\n90\n90\n", {"Si\n0.1\n0.2\n0\nISO\n0.5\n1\n0\n", "O\n0.6\n0\n0.4\n0\n0.5\n1\n1\n"}));
     const lattice lat = lattice_of(c);
     const double kv = 100, H = 0.4, G = -0.3, gamma = 1.19569507, lambda = 0.037014376587273, pi_V = 120 * std::acos(-1.0);
-    const double K = std::sqrt(1 / (lambda * lambda) + gamma * calc_F_0_re(1, 2, c.site, c.bk) / pi_V);
+    const double K = std::sqrt(1 / (lambda * lambda) + gamma * calc_F_0_re(c) / pi_V);
     const double len = std::sqrt(16.0 + 25 + 144);
     const vec z = {4 / len, 5 / len, 12 / len}, b1 = {0.25, -0.2, 0}, b2 = {z[2] * 0.2, z[2] * 0.25, z[0] * -0.2 - z[1] * 0.25};
 

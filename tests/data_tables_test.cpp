@@ -106,11 +106,16 @@ TEST_F(data_tables, reflectionConditions) {
     site.x = 0.13717, site.y = 0.28931, site.z = 0.41459, site.multiplicity = site.occupancy = 1;
     const double one = 1, zero = 0;
     for (const auto& rule : rules) {
-        const group g = read_group(rule.number);
+        group g = read_group(rule.number);
+        csd crystal = {};
+        crystal.num_sym_op = g.num_ops;
+        crystal.sym_op = g.ops.data();
+        crystal.num_site = 1;
+        crystal.site = &site;
         const double noise = g.hex == 1 ? 1e-5 : 1e-11; // seven-digit thirds in R groups
         for (int i = 0; i < 15 * 15 * 8; ++i) {
             const int h = i % 15 - 7, k = i / 15 % 15 - 7, l = i / 225;
-            const complex f = calc_structure_factor_ph(h, k, l, 0, g.num_ops, g.ops.data(), 1, &site, &one, &zero);
+            const complex f = calc_structure_factor_ph({h, k, l}, 0, crystal, &one, &zero);
             ASSERT_EQ(std::hypot(f.re, f.im) > noise * g.num_ops, rule.present(h, k, l))
                 << rule.number << ": " << h << ' ' << k << ' ' << l;
         }

@@ -8,6 +8,7 @@
 
 #include "control/ov_mpi.h"
 #include "refine_util.h"
+#include "solver/ovfunc.h"
 
 using namespace orvel;
 using namespace orvel_test;
@@ -302,7 +303,9 @@ TEST(Reports, TinyDataSetGivesHandMadeNumbers) {
     EXPECT_EQ(both.err, "Residual indices:\n # Data set 0:\n" + block + " # Data set 1:\n" + dark_block + " # Total data:\n" + block);
     EXPECT_TRUE(contains(both.out, "\n (Ref: Data set 0: Adjusted scale = 1.57143, Scaled R_w = 0.0740233)\n (Ref: Data set 1: Adjusted"));
     testing::internal::CaptureStdout();
-    fit_res_output(1, &tiny.set, &tiny.data, 4, 5, 6, 90, 90, 90, "b");
+    csd cell = {};
+    cell.a = 4, cell.b = 5, cell.c = 6, cell.alpha = cell.beta = cell.gamma = 90;
+    fit_res_output(1, &tiny.set, &tiny.data, cell, "b");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Result: res file      -- b0.txt\n");
     EXPECT_TRUE(contains(read_file("b0.txt"), "RF{\n1  0  1  4   #h k l\n#Obs  Cal  Sig\n#(H, G) = (0,0)\n#(H, G) = (0,1)\n#     .....    \n"
                                               "11  7  2\n21  20.5  0\n\n31  5  -1\n41  5  2\n\n}RF\n"));

@@ -6,6 +6,7 @@
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
 #include "control/utils.h"
+#include "crystal/strct_f_stock.h"
 
 namespace orvel {
 
@@ -40,11 +41,9 @@ void print_rfinfo(int i, int bethe, int h, int k, int l, fg_stock& stock, csd& c
     double x, y;
     proj_to_zolz(g, zone_uvw, zolzbase1, lat, x, y);
     int flag; // values beyond the tables are shown as they are
-    const complex fg = stocked_fg(g, crystal, kv, lat, stock, flag);
-    const complex ela = calc_Fg_ela(h, k, l, crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site,
-                                    crystal.xdt, crystal.bk, kv, lat);
-    const complex inela = calc_Fg_inela(h, k, l, crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site,
-                                        crystal.bk, kv, lat);
+    const complex fg = structure_factor_ext_tbl(g, crystal, kv, lat, stock, flag);
+    const complex ela = calc_Fg_ela(g, crystal, kv, lat);
+    const complex inela = calc_Fg_inela(g, crystal, kv, lat);
     ov_fprintf(file, "%d\t%3d\t%3d\t%3d\t%d\t%f\t%f\t%d\t%f\t%f\t%f\t%f",
                i, h, k, l, laue_zone(zone_uvw, g), x, y, bethe,
                std::sqrt(sq_abs(hkl2rhkl(h, k, l), lat)), fg.re, fg.im, std::sqrt(c_norm(fg)));

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "control/ov_mpi.h"
+#include "crystal/strct_f_stock.h"
 #include "solver/ovfunc.h"
 
 namespace orvel {
@@ -79,7 +80,7 @@ static double edge_error(const search_frame& f, hkl g) {
 
 static double extinction_distance(search_frame& f, hkl g) {
     int flag; // values beyond the tables are shown by the potential table, not by a search
-    const complex fg = stocked_fg(g, *f.crystal, f.kv, f.lat, f.stock, flag);
+    const complex fg = structure_factor_ext_tbl(g, *f.crystal, f.kv, f.lat, f.stock, flag);
     return fg_to_xig2(fg, f.gamma, f.wavelength, f.lat);
 }
 

@@ -8,28 +8,13 @@
 
 #include "beams/rfsearch.h"
 #include "control/records.h"
-#include "crystal/strct_f.h"
+#include "crystal/csd.h"
+#include "jobs/tilt_mesh.h"
 #include "numeric/complex.h"
 #include "numeric/lb_waves.h"
 #include "solver/ovfunc.h"
 
 namespace orvel {
-
-// Kinds of tilt mesh, calc_type. A job that builds no mesh sets mesh_none.
-enum mesh_kind {
-    mesh_none = -1,
-    mesh_point = 0,  // one tilt
-    mesh_line = 1,   // along H
-    mesh_disk = 2,   // square with a round mask
-    mesh_square = 3, // square
-};
-
-// Place of a tilt in the mesh.
-struct pixel {
-    int ih, ig;  // mesh indices: from 0 for the disk, around 0 for line and square
-    int flag;    // 1: computed, 0: outside the disk
-    double h, g; // tilt coordinates
-};
 
 // Conditions of a job: a local of the job function and owner of its arrays. A tilt (H, G) is the
 // tangential wave vector K_t = (H zolzbase1 + G zolzbase2) / 2.

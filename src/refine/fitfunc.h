@@ -174,9 +174,8 @@ void print_Rw_factors(std::FILE* log, int num_fed, const fed* sets, const ei* in
 void print_scaled_Rw_factors(std::FILE* stream, int num_fed, const fed* sets, const ei* intensities);
 void print_int_ratio(std::FILE* stream, int num_fed, const fed* sets, const ei* intensities);
 
-// One file base%d.txt for each data set with observed and calculated patterns. a .. gamma is the cell.
-void fit_res_output(int num_fed, const fed* sets, const ei* intensities, double a, double b, double c,
-                    double alpha, double beta, double gamma, const char* base);
+// One file base%d.txt for each data set with observed and calculated patterns, under the cell.
+void fit_res_output(int num_fed, const fed* sets, const ei* intensities, const csd& crystal, const char* base);
 
 // Refined parameters with their esd; shifts go to a file of their own.
 void par_output_short(csd& crystal, int num_fed, fed* sets, std::FILE* log, const char* shift_file);
@@ -201,7 +200,7 @@ void output_FIT_MODE_file(const char* name, csd& crystal, int max_iteration, int
 void print_fit_mode_opening(std::FILE* stream, const char* name);
 void print_EPS_CONTROL_PARAMETERS(std::FILE* stream);
 void print_CRYSTAL_STRUCTURE_DATA(std::FILE* stream, csd& crystal);
-void print_LOW_ORDER_FG(std::FILE* stream, const csd& crystal);
+void print_LOW_ORDER_FG(std::FILE* stream, csd& crystal);
 void print_calcpar1(std::FILE* stream, int i, const fed* sets);
 void print_BEAM_SEARCH(std::FILE* stream, const fed& set);
 void print_THICKNESS_BLOCK(std::FILE* stream, int i, int t, const fed* sets, const ei* intensities);

@@ -266,8 +266,7 @@ void dynamical_calculation(const double* par, int num_fitpar, double** alpha, do
     ++ct_iter;
     for (int i = 0; i < context.num_fed; ++i)
         ov_fprintf_stdo(context.log, "Intensity output: %s%d.txt\n", base, i);
-    fit_res_output(context.num_fed, context.fed, context.ei, crystal.a, crystal.b, crystal.c,
-                   crystal.alpha, crystal.beta, crystal.gamma, base);
+    fit_res_output(context.num_fed, context.fed, context.ei, crystal, base);
 }
 
 } // namespace orvel

@@ -11,8 +11,8 @@
 
 #include "beams/rfsearch.h"
 #include "control/records.h"
-#include "crystal/strct_f.h"
-#include "jobs/ov_sim.h"
+#include "crystal/csd.h"
+#include "jobs/tilt_mesh.h"
 #include "numeric/complex.h"
 
 namespace orvel {
@@ -122,11 +122,6 @@ void alloc_ei_grid(ei& intensity);
 
 // Copies values and descriptors into records made by alloc_ed; averaging kernels are made anew.
 void cpy_fed(int num_fed, const fed* source, fed* dest);
-
-// Allocates the arrays of a crystal but for the per-site arrays of its low-order entries, and copies
-// all values and descriptors.
-void alloc_csd(int num_sym_op, int num_site, int num_lofg, csd& crystal);
-void cpy_csd(const csd& source, csd& dest);
 
 // Release of one record, and of arrays of them.
 void free_ed(fed& set);

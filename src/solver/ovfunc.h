@@ -15,7 +15,7 @@
 
 #include "beams/rfsearch.h"
 #include "control/records.h"
-#include "crystal/strct_f.h"
+#include "crystal/csd.h"
 #include "numeric/complex.h"
 
 namespace orvel {

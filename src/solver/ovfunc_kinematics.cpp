@@ -5,6 +5,7 @@
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "crystal/strct_f_stock.h"
 
 namespace orvel {
 
@@ -12,10 +13,9 @@ double calc_abs_K(csd& crystal, double kv, lattice lat) {
     const int entry = crystal.num_lofg > 0 ? search_g_table(crystal.num_lofg, 0, 0, 0, crystal.lofg_hkl) : -1;
     complex F_0;
     if (entry >= 0)
-        F_0 = lofg_to_fg(0, 0, 0, crystal.lof_type, crystal.lofg[entry], crystal.num_sym_op, crystal.sym_op,
-                         crystal.num_site, crystal.site, crystal.bk, crystal.xdt, kv, lat);
+        F_0 = lofg_to_fg(entry, crystal, kv, lat);
     else
-        F_0 = c_conv(calc_F_0_re(crystal.num_sym_op, crystal.num_site, crystal.site, crystal.bk), 0.0);
+        F_0 = c_conv(calc_F_0_re(crystal), 0.0);
     const double lambda = wavelength(kv);
     return std::sqrt(1 / (lambda * lambda) + fg_to_ug(F_0, kv, lat).re);
 }

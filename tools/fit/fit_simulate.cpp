@@ -11,6 +11,7 @@
 #include "control/ov_mpi.h"
 #include "control/utils.h"
 #include "numeric/vecmat.h"
+#include "solver/ovfunc.h"
 
 namespace orvel {
 
