@@ -21,12 +21,15 @@ namespace {
 TEST(Cycle, GridOfTangentialVectors) {
     settings dir;
     fit f(refined, {data_set_text("1", "300", "0")});
-    pixel grid[9];
     r_hkl K_t[9];
-    int n, effective;
+    int effective;
     const r_hkl e1 = {1, 0.5, 0}, e2 = zolz_ort_base({0, 0, 1}, e1, lattice_of(f.cr));
-    calc_K_xy_cbed(n, effective, K_t, grid, 0.1, -0.2, {0, 0, 1}, e1, lattice_of(f.cr), 2, 0.4, 3);
-    EXPECT_EQ(std::vector<int>({n, effective, grid[5].ih, grid[5].ig, grid[5].flag, grid[8].flag}), std::vector<int>({9, 5, 2, 1, 1, 0}));
+    f.sets[0].zolzbase1 = e1;
+    f.sets[0].g_tilt = -0.2;
+    f.sets[0].num_pix_side = 3;
+    calc_K_xy_cbed(f.sets[0], lattice_of(f.cr), f.data[0], K_t, effective);
+    const pixel* grid = f.data[0].pixel;
+    EXPECT_EQ(std::vector<int>({f.data[0].num_pix, effective, grid[5].ih, grid[5].ig, grid[5].flag, grid[8].flag}), std::vector<int>({9, 5, 2, 1, 1, 0}));
     EXPECT_NEAR(K_t[5].h, 0.5 * (0.5 * e1.h - 0.2 * e2.h), 1e-15); // H = 0.1 + 0.4, G = -0.2
     EXPECT_NEAR(K_t[5].k, 0.5 * (0.5 * e1.k - 0.2 * e2.k), 1e-15);
     EXPECT_NEAR(K_t[7].h, 0.5 * (0.1 * e1.h + 0.2 * e2.h), 1e-15);
@@ -97,21 +100,18 @@ TEST(Readers, MeasuredPointsStandOnTheirSquare) {
     EXPECT_EQ(std::vector<int>({e.obs_pixel[10].flag, e.obs_pixel[78].flag, e.obs_pixel[10].ih, e.obs_pixel[10].ig}), std::vector<int>({1, 0, 1, 1}));
     EXPECT_DOUBLE_EQ(e.obs_pixel[12].h, 0.1 - 0.5 + 3 * 0.125);
     EXPECT_DOUBLE_EQ(e.obs_pixel[21].g, -0.05 - 0.5 + 2 * 0.125);
-    double v[10];
     int outside;
-    find_mat_ii_obs(e.obs_h_max, -0.3, 81, 9, e.obs_h_min, e.obs_h_max, e.obs_g_min, e.obs_g_max, e.obs_pixel, e.obs_raw[1][0], e.sig_raw[1][0],
-                    v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9], outside);
-    EXPECT_EQ(std::vector<double>({v[0], v[2], v[3], v[7]}), std::vector<double>({0, 3320 - 25 * 2, 0, 1})); // on the bound: none beyond
+    measured_cell c = find_mat_ii_obs(e.obs_h_max, -0.3, e, e.obs_raw[1][0], e.sig_raw[1][0], outside);
+    EXPECT_EQ(std::vector<double>({c.u, c.i00, c.i10, c.s10}), std::vector<double>({0, 3320 - 25 * 2, 0, 1})); // on the bound: none beyond
     EXPECT_EQ(outside, 0);
-    find_mat_ii_obs(e.obs_h_min, e.obs_g_max, 81, 9, e.obs_h_min, e.obs_h_max, e.obs_g_min, e.obs_g_max, e.obs_pixel, e.obs_raw[1][0], e.sig_raw[1][0],
-                    v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9], outside);
-    EXPECT_EQ(std::vector<double>({v[1], v[2], v[4], v[8]}), std::vector<double>({0, 3000 - 25 * 8, 0, 1}));
+    c = find_mat_ii_obs(e.obs_h_min, e.obs_g_max, e, e.obs_raw[1][0], e.sig_raw[1][0], outside);
+    EXPECT_EQ(std::vector<double>({c.v, c.i00, c.i01, c.s01}), std::vector<double>({0, 3000 - 25 * 8, 0, 1}));
 
     // One pixel between the points (2, 3), (3, 3), (2, 4), (3, 4) of a plane, of sigmas of a plane, once shifted there.
-    double sig[81], obs_at, sig_at;
+    double *sig = e.sig_raw[0][0], &obs_at = e.obs[0][0][24], &sig_at = e.sig[0][0][24];
     const auto sample = [&](double H_shift, double G_shift) {
-        const pixel at = {0, 0, 1, 0.1 - 0.5 + 2.25 * 0.125 + 0.03, -0.05 - 0.5 + 3.5 * 0.125 - 0.02};
-        calc_extr_obs_int(H_shift, G_shift, 81, 9, e.obs_h_min, e.obs_h_max, e.obs_g_min, e.obs_g_max, e.obs_pixel, e.obs_raw[0][0], sig, 1, 1, &at, nullptr, &obs_at, &sig_at, outside);
+        e.pixel[24] = {0, 0, 1, 0.1 - 0.5 + 2.25 * 0.125 + 0.03, -0.05 - 0.5 + 3.5 * 0.125 - 0.02};
+        calc_extr_obs_int(H_shift, G_shift, f.data[0], 0, 0, outside);
     };
     for (int i = 0; i < 81; ++i)
         sig[i] = 50 + i % 9 + 2 * (i / 9);
@@ -148,7 +148,7 @@ TEST(FitModel, ShiftSlopesAreThoseOfACubicInsideAndOfALineAtTheRim) {
         inside[i][j] = 0;
     const double s = 0.05;
     const auto cubic = [&](double at) { return (std::pow(at + s, 3) - std::pow(at, 3)) / s; };
-    calc_Hshift_grad(s, -0.6, 0.6, n, n, x, x, f, inside, g);
+    calc_Hshift_grad(s, -0.6, 0.6, n, n, f, inside, g);
     EXPECT_NEAR(g[3][2], cubic(0), 1e-12);
     EXPECT_NEAR(g[0][2], (f[1][2] - f[0][2]) / 0.2, 1e-12); // no point in front: a line
     EXPECT_NEAR(g[6][2], (f[6][2] - f[5][2]) / 0.2, 1e-12); // none behind: continued
@@ -160,9 +160,9 @@ TEST(FitModel, ShiftSlopesAreThoseOfACubicInsideAndOfALineAtTheRim) {
     EXPECT_NEAR(g[5][4], (f[5][4] - f[4][4]) / 0.2, 1e-12); // last but one: continued from whatever is in front
     EXPECT_EQ(g[3][6], 0);                                  // alone
     EXPECT_EQ(g[6][5], 0);
-    calc_Hshift_grad(0.25, -0.75, 0.75, n, n, x, x, f, inside, g); // a whole pitch
+    calc_Hshift_grad(0.25, -0.75, 0.75, n, n, f, inside, g); // a whole pitch
     EXPECT_NEAR(g[3][2], (f[4][2] - f[3][2]) / 0.25, 1e-12);
-    calc_Gshift_grad(s, -0.6, 0.6, n, n, x, x, f, inside, g);
+    calc_Gshift_grad(s, -0.6, 0.6, n, n, f, inside, g);
     EXPECT_NEAR(g[2][3], 2 * cubic(0), 1e-12);
     EXPECT_NEAR(bicubic_intrpl(0.07, -0.33, n, n, x, x, f), std::pow(0.07, 3) - 2 * std::pow(0.33, 3), 1e-12);
     EXPECT_NEAR(bicubic_intrpl(0.59, -0.59, n, n, x, x, f), std::pow(0.59, 3) - 2 * std::pow(0.59, 3), 1e-12);
@@ -417,7 +417,6 @@ TEST(RefineFaults, EachMessageOnce) {
     fit f(refined, {good});
     const string none = replaced(intensity_text(), "PAR{\n1\n2\n", "PAR{\n1\n-2\n");
     double picture_row[2] = {}, *picture[2] = {picture_row, picture_row};
-    pixel grid[4];
     r_hkl K_t[4];
     int n = 0, m = 0;
     f.cr.lofg = new_vector<lofg_value>(1);
@@ -440,15 +439,15 @@ TEST(RefineFaults, EachMessageOnce) {
         {read(replaced(good, "0 0\n}STW", "3 0\n}STW")), head + "$$ Gaussian_par must not be 0.0. Abort.\n", ""},
         {[&] { fed s = {}; std::FILE* t = text_stream("7\n"); fget_ed_beams(s, t); }, "", "Invalid flag_bs 7\n"},
         {[&] { fed s = {}; s.beam_search.flag_bs = 0; auto_ed_beams(s, f.cr); }, "$$ Invalid beam_search.flag_bs. (0) Abort.\n", ""},
-        {[&] { calc_K_xy_cbed(n, m, K_t, grid, 0, 0, {0, 0, 1}, {1, 0, 0}, lattice_of(f.cr), 1, 1, 2); }, "", "$$(Calc_K_xy_cbed) Invalid calc_type (=1). Abort.\n"},
-        {[&] { calc_K_xy_cbed(n, m, K_t, grid, 0, 0, {0, 0, 1}, {1, 0, 0}, lattice_of(f.cr), 2, 1, -1); }, "$$ Wrong ct(=0) in calc_K_xy_cbed. Abort.\n", ""},
+        {[&] { f.sets[0].calc_type = 1; calc_K_xy_cbed(f.sets[0], lattice_of(f.cr), f.data[0], K_t, m); }, "", "$$(Calc_K_xy_cbed) Invalid calc_type (=1). Abort.\n"},
+        {[&] { f.sets[0].num_pix_side = -1; calc_K_xy_cbed(f.sets[0], lattice_of(f.cr), f.data[0], K_t, m); }, "$$ Wrong ct(=0) in calc_K_xy_cbed. Abort.\n", ""},
         {in_cycle([] { epsilon.num_thickwidth = -1; }), "$$ num_thickwidth = -1. Abort.\n", ""},
         {in_cycle([] { epsilon.num_thickwidth = 1; epsilon.thickwidth_type = 3; }), "$$ Sorry, thickwidth_type=3 is not supported. Abort.\n", ""},
-        {[&] { scale_tav(-1, 1, 0, 0, 1, 0, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr); }, "$$ num_thickwidth must not be less than 0. Abort.\n", ""},
+        {[&] { cycle_intensities c = {}; c.n = -1; scale_tav(f.sets[0], 0, 0, 0, c); }, "$$ num_thickwidth must not be less than 0. Abort.\n", ""},
         {[&] { gaussian_convolution(2, picture, 2, picture); }, "$$num_avrpix = 2: num_avrpix must be odd number. Abort.\n$$(gaussian_convolution)\n", ""},
         {[&] { gaussian_conv(2, 2, picture, 4, picture); }, "$$num_avrpix = 4: num_avrpix must be odd number. Abort.\n$$(gaussian_conv)\n", ""},
-        {[&] { calc_Hshift_grad(-0.1, -1, 1, 2, 2, nullptr, nullptr, picture, nullptr, picture); }, "$$(calc_Hshift_int) Hshift(=-0.1) must be positive. Abort.)", ""},
-        {[&] { calc_Gshift_grad(3, -1, 1, 2, 2, nullptr, nullptr, picture, nullptr, picture); }, "$$ (calc_Gshift_int) Too large shift. Abort.)", ""},
+        {[&] { calc_Hshift_grad(-0.1, -1, 1, 2, 2, picture, nullptr, picture); }, "$$(calc_Hshift_int) Hshift(=-0.1) must be positive. Abort.)", ""},
+        {[&] { calc_Gshift_grad(3, -1, 1, 2, 2, picture, nullptr, picture); }, "$$ (calc_Gshift_int) Too large shift. Abort.)", ""},
         {read(replaced(good, "int.txt\n1\n2\n", "int.txt\n1\n-2\n"), none.substr(0, none.find("RF{")) + "}THICKNESS\n"), head + "$$ Data set does not agree with its intensity file (-2, -2). Abort.\n", ""},
         {[&] { fed s; ei d; std::FILE* t = text_stream("CALC_KXY_RANGE{\n2\n46341\n"); read_CALC_KXY_RANGE(s, d, t); }, "", "Not enough memory for vector.\n"},
         {in_cycle([] { epsilon.num_thickwidth = INT_MIN; epsilon.thickwidth_type = 1; }), "$$ num_thickwidth = -2147483648\n$$ num_thickwidth = -2147483648. Abort.\n", ""},
