@@ -201,6 +201,27 @@ void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, const cycl
 
 // ---- the cycle ------------------------------------------------------------------------------
 
+static cycle_potentials new_potentials(const fed& set, lattice lat, const fit_context& context) {
+    const std::size_t N = to_size(set.num_exact_beam + set.num_bethe_beam);
+    cycle_potentials potentials = {new_matrix<complex>(N, N), context.num_perturb, nullptr};
+    ov_fprintf(stdout, "**Potential:\n");
+    int flag;
+    potential_matrix_csd(set.num_exact_beam, set.num_bethe_beam, set.reflex_sel, *context.csd, set.kv, lat,
+                         potentials.vg, flag);
+    if (flag != 0)
+        ov_fprintf_stdo(context.log, "$$ Error in Fg. You should check params.\n");
+    debug_vg_dump(potentials.vg, static_cast<int>(N));
+    if (context.num_perturb < 1)
+        return potentials;
+    ov_fprintf(stdout, "**Perturbed potentials:\n");
+    ov_fflush(stdout);
+    potentials.pvg = new_tensor<complex>(to_size(context.num_perturb), N, N);
+    perturbed_potential_matrix(context.num_perturb, potentials.pvg, *context.csd, set, lat, flag);
+    if (flag != 0)
+        ov_fprintf_stdo(context.log, "$$ Error in Fg calc.  Please check parameters.\n");
+    return potentials;
+}
+
 // One data set: beams, potentials, pattern. Returns its chi-square.
 static double calc_data_set(int i, normal_equations& equations, lattice lat, fit_context& context) {
     csd& crystal = *context.csd;
@@ -210,29 +231,11 @@ static double calc_data_set(int i, normal_equations& equations, lattice lat, fit
         auto_ed_beams(set, crystal);
     reflex_dump_csd(i, set.num_exact_beam, set.num_bethe_beam, set.reflex_sel, crystal, set.beam_search,
                     set.zone_uvw, set.zolzbase1, set.kv, lat);
-    const std::size_t N = to_size(set.num_exact_beam + set.num_bethe_beam);
-    complex** vg = new_matrix<complex>(N, N);
-    ov_fprintf(stdout, "**Potential:\n");
-    int flag;
-    potential_matrix_csd(set.num_exact_beam, set.num_bethe_beam, set.reflex_sel, crystal, set.kv, lat, vg, flag);
-    if (flag != 0)
-        ov_fprintf_stdo(context.log, "$$ Error in Fg. You should check params.\n");
-    debug_vg_dump(vg, static_cast<int>(N));
-
-    complex*** pvg = nullptr;
-    if (context.num_perturb > 0) {
-        ov_fprintf(stdout, "**Perturbed potentials:\n");
-        ov_fflush(stdout);
-        pvg = new_tensor<complex>(to_size(context.num_perturb), N, N);
-        perturbed_potential_matrix(context.num_perturb, pvg, crystal, set, lat, flag);
-        if (flag != 0)
-            ov_fprintf_stdo(context.log, "$$ Error in Fg calc.  Please check parameters.\n");
-    }
+    cycle_potentials potentials = new_potentials(set, lat, context);
     double chisq;
-    calc_cbed_pattern_perturb(crystal, set, context.ei[i], {vg, context.num_perturb, pvg}, equations, chisq,
-                              context.log);
-    free_matrix(vg);
-    free_tensor(pvg);
+    calc_cbed_pattern_perturb(crystal, set, context.ei[i], potentials, equations, chisq, context.log);
+    free_matrix(potentials.vg);
+    free_tensor(potentials.pvg);
     if (automatic) {
         std::free(set.reflex_sel);
         set.reflex_sel = nullptr;

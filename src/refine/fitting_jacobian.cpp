@@ -144,10 +144,17 @@ double calc_beta_elm(const fed& set, const ei& intensity, double*** J_j) {
     return sum;
 }
 
+// The restraint of parameter j as a Gaussian around its centre.
+static void add_restraint(int j, const restraint& rst, normal_equations& equations, double& penalty) {
+    const double s = epsilon.scale_rst_chisq, off = rst.ini_val - rst.value;
+    equations.beta[j] += s * off / (rst.rst * rst.rst);
+    equations.alpha[j][j] += s / (rst.rst * rst.rst);
+    penalty += s * off * off / (rst.rst * rst.rst);
+}
+
 void eval_alpha_beta_rst(csd& crystal, const fed& set, const ei& intensity, const cycle_intensities& calculated,
                          normal_equations& equations, double& penalty) {
     const int R = set.num_reflex, T = set.num_thickness, P = intensity.num_pix, M = equations.num_fitpar;
-    const double s = epsilon.scale_rst_chisq;
     // Two columns at a time: all of them would be the largest store of a cycle.
     double*** J_j = new_tensor<double>(to_size(R), to_size(T), to_size(P));
     double*** J_k = new_tensor<double>(to_size(R), to_size(T), to_size(P));
@@ -155,22 +162,17 @@ void eval_alpha_beta_rst(csd& crystal, const fed& set, const ei& intensity, cons
     ov_fprintf(stdout, "** Calculating Jacobian 0-%d:\n", M - 1);
     for (int j = 0; j < M; ++j) {
         progress_indicator(j, M);
-        restraint rst = {};
+        restraint rst = {}, unused = {};
         init_jacobian_j(R, T, P, J_j);
         calc_jacobian_rst_j(j, crystal, set, intensity, calculated, J_j, rst);
         equations.beta[j] += calc_beta_elm(set, intensity, J_j);
         for (int k = 0; k <= j; ++k) {
-            restraint unused = {};
             init_jacobian_j(R, T, P, J_k);
             calc_jacobian_rst_j(k, crystal, set, intensity, calculated, J_k, unused);
             equations.alpha[j][k] += calc_alpha_elm(set, intensity, J_j, J_k);
         }
-        if (rst.rst_flag == 1) {
-            const double off = rst.ini_val - rst.value;
-            equations.beta[j] += s * off / (rst.rst * rst.rst);
-            penalty += s * off * off / (rst.rst * rst.rst);
-            equations.alpha[j][j] += s / (rst.rst * rst.rst);
-        }
+        if (rst.rst_flag == 1)
+            add_restraint(j, rst, equations, penalty);
     }
     ov_fprintf(stdout, "100%%.\n");
     free_tensor(J_j);
