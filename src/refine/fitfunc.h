@@ -136,8 +136,10 @@ void set_extr_obs_int(int T, int R, const fed& set, ei& intensity, std::FILE* lo
 // Slope grad[ix][iy] of pattern[ix][iy] over a step along the first or second index; lower and upper
 // are the bounds of that axis. Where no neighbour is inside (flag) it is 0. A step below 0 or
 // above the pitch ends the process.
-void calc_Hshift_grad(double step, double lower, double upper, int nx, int ny, double** pattern, int** flag, double** grad);
-void calc_Gshift_grad(double step, double lower, double upper, int nx, int ny, double** pattern, int** flag, double** grad);
+void calc_Hshift_grad(double step, double lower, double upper, int nx, int ny,
+                      double** pattern, int** flag, double** grad);
+void calc_Gshift_grad(double step, double lower, double upper, int nx, int ny,
+                      double** pattern, int** flag, double** grad);
 
 // ---- residuals ------------------------------------------------------------------------------
 

@@ -215,7 +215,8 @@ static void measured_point(int ia, int ib, int n, const double* obs_raw, const d
     sigma = exists ? sig_raw[ia + ib * n] : 1.0;
 }
 
-measured_cell find_mat_ii_obs(double h, double g, const ei& e, const double* obs_raw, const double* sig_raw, int& flag) {
+measured_cell find_mat_ii_obs(double h, double g, const ei& e, const double* obs_raw, const double* sig_raw,
+                              int& flag) {
     const int n = e.num_obs_pix_side;
     flag = h >= e.obs_h_min && h <= e.obs_h_max && g >= e.obs_g_min && g <= e.obs_g_max ? 0 : 1;
     if (flag == 1)
@@ -307,7 +308,8 @@ static double relative_step(char axis, double step, double lower, double upper, 
     return step / pitch;
 }
 
-void calc_Hshift_grad(double step, double lower, double upper, int nx, int ny, double** pattern, int** flag, double** grad) {
+void calc_Hshift_grad(double step, double lower, double upper, int nx, int ny,
+                      double** pattern, int** flag, double** grad) {
     const double d = relative_step('H', step, lower, upper, nx);
     double* f = new_vector<double>(to_size(nx));
     double* slopes = new_vector<double>(to_size(nx));
@@ -326,7 +328,8 @@ void calc_Hshift_grad(double step, double lower, double upper, int nx, int ny, d
     std::free(inside);
 }
 
-void calc_Gshift_grad(double step, double lower, double upper, int nx, int ny, double** pattern, int** flag, double** grad) {
+void calc_Gshift_grad(double step, double lower, double upper, int nx, int ny,
+                      double** pattern, int** flag, double** grad) {
     const double d = relative_step('G', step, lower, upper, ny);
     for (int ix = 0; ix < nx; ++ix)
         line_slopes(ny, step, d, pattern[ix], flag[ix], grad[ix]);

@@ -74,7 +74,8 @@ void vgv_reim_csd(int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel,
     for (int i = 0; i < N; ++i) {
         progress_indicator(i, N);
         const int known = search_stock(stock, reflex_sel[i]);
-        const complex fg = known >= 0 ? stock.fg[known] : structure_factor_ext_tbl(reflex_sel[i], crystal, kv, lat, stock, flag);
+        const complex fg = known >= 0 ? stock.fg[known]
+                                      : structure_factor_ext_tbl(reflex_sel[i], crystal, kv, lat, stock, flag);
         vgv[i] = fg_to_vg(fg, lat);
     }
     ov_fprintf(stdout, "100%%.\n");
