@@ -103,8 +103,9 @@ TEST(Symmetry, TableFaults) {
         std::string out, err;
         std::vector<const char*> tables;
     } cases[] = {
-        {none, "", {"", "1 0 2 1 P\nX,Y,Z\n", "1 0 1 1\nX,Y,Z\n", "2000000000 0 2 1 P\n1 0 1 1 P\nX,Y,Z\n"}},
-        {"", "Invalid lattice type in space-group table.\n", {"1 0 1 1 p\nX,Y,Z\n"}},
+        {none, "", {"", "1 0 2 1 P\nX,Y,Z\n", "\n1 0\n", "2000000000 0 2 1 P\n1 0 1 1 P\nX,Y,Z\n"}},
+        {"", "Invalid lattice type in space-group table.\n", // no letter, too
+         {"1 0 1 1 p\nX,Y,Z\n", "1 0 1 1\nX,Y,Z\n", "1 0 1\nX,Y,Z\n1 0 1 1 P\nX,Y,Z\n"}},
         {bad, "", {"0 0 1 1 P\n", "2 0 1 1 P\nX,Y,Z\n", "1 0 1 1 P\nX,Y\n", "1 0 1 1 P\nX,Y,Z+1/0\n", "1 0 1 1 P\nX,Y,Z+1/Y\n"}},
     };
     const auto read = [] { crystal c(crystal_text("1\n", {})); };
@@ -114,6 +115,9 @@ TEST(Symmetry, TableFaults) {
             expect_faults({{read, c.out, c.err}});
         }
     }
+    write_file("orvelspg.dat", "0 0\n"); // holds no number of a group, not even 0
+    expect_faults({{[] { crystal c(crystal_text("0\n", {})); },
+                    "$$ Space group no. = 0 is not found in the table.\n", ""}});
     std::filesystem::remove("orvelspg.dat");
     expect_faults({{read, "Cannot open orvelspg.dat.\n", ""}});
 }

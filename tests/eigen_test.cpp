@@ -326,12 +326,12 @@ static eigen_system upper_part(square h, std::vector<double> ortr = {}) {
 
 TEST(EispackChain, BalancingTakesElementsUpToEpsAsZero) {
     eps = 1e-8;
-    for (const double small : {1e-8, 1.1e-8}) {
+    for (const double small : {1e-8, 1.1e-8, nan_value}) {
         square row = random_square(3, 1), column = random_square(3, 2);
         row.at(0, 1) = row.at(0, 2) = column.at(0, 2) = column.at(1, 2) = {small, -small};
         const balanced r = balance(row), c = balance(column);
-        EXPECT_EQ(1000 * r.low + 100 * r.igh + 10 * c.low + c.igh, small <= eps ? 1223 : 1313);
-        EXPECT_EQ(r.scale[3] + 10 * c.scale[1], small <= eps ? 31 : 11); // what was exchanged with 1, or nothing
+        EXPECT_EQ(1000 * r.low + 100 * r.igh + 10 * c.low + c.igh, !(small > eps) ? 1223 : 1313);
+        EXPECT_EQ(r.scale[3] + 10 * c.scale[1], !(small > eps) ? 31 : 11); // what was exchanged with 1, or nothing
     }
     // Row 1 times 1/16 leaves 1.25e-9 in column 3, below eps, so that row 3 stays; or just eps, which is scaled.
     for (const double element : {2e-8, 16e-8}) {
@@ -534,6 +534,9 @@ TEST(EigenCMat, EigenvaluesAloneAndEqualOnes) {
     square c = random_square(6, 9);
     EXPECT_EQ(eigen_c_mat(6, 1e-13, 2, c.table(), with.data(), v.table()), 0);
     EXPECT_TRUE(std::is_sorted(with.rbegin(), with.rend(), [](complex x, complex y) { return c_norm(x) < c_norm(y); }));
+    square unit(2), diagonal = matrix_2({1e-9, 0}, {0, 0}, {0, 0}, {2e-9, 0}); // below the tolerance, 1
+    EXPECT_EQ(eigen_c_mat(2, 1.0, 0, diagonal.table(), alone.data(), unit.table()), 1);
+    EXPECT_TRUE(plain(alone[1]) == 2e-9 && unit(0, 0) == 1.0 && unit(0, 1) == 0.0 && unit(1, 1) == 1.0);
     // Two equal eigenvalues: the denominator is the tolerance, 5e-8, so the vector is (1, 5e-8).
     const square equal = matrix_2({4, 0}, {1, 0}, {0, 0}, {4, 0});
     EXPECT_NEAR(solve(1, equal, 1e-8).v(1, 1).real(), 5e-8, 1e-15);

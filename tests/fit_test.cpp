@@ -425,6 +425,7 @@ TEST(Fit, BadFiles) {
         {simulate, {"11\n0.5\n", "11\n0\n"}, "$$ Invalid disksize(=0). Abort.\n"},
         {simulate, {"0 FIX H1", "0.6 FIX H1"}, "$$ Shift 0.6 is larger than the disk. Abort.\n"},
         {simulate, {"0 FIX G1", "nan FIX G1"}, "$$ Shift nan is larger than the disk. Abort.\n"},
+        {simulate, {"100 FIX kV", "0 FIX kV"}, "$$ Invalid kv(=0). Abort.\n"},
         {simulate, {"scaling 100000", "scaling inf"}, "$$ The model gives intensities that are no numbers. Abort.\n"},
         {simulate, {"a.int\n1", "a.int\n0"}, "$$ Invalid num_thickness(=0). Abort.\n"},
         {simulate, {"a.int\n1\n5", "a.int\n1\n6"}, "$$(fget_hkl_weight) Format error. Abort. buf=}REFLEX_SHIFT_PAR\n."},

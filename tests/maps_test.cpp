@@ -416,6 +416,8 @@ TEST(Maps, Failures) {
         {ed3, three_beams, "3\n9 0.3 0\n1 1 1\n", "$$ Invalid format for beam_search. Abort.\n", ""},
         {ed2, manual, "4\n", "Invalid flag_bs\n", ""},
         {pt2, manual, "4\n", "Invalid flag_bs\n", ""},
+        {ed2, "100\n}INC", "-2000\n}INC", "#####\n$$ Invalid kv(=-2000). Abort.\n", ""},
+        {pt3, "100\n}INC", "nan\n}INC", "#####\n$$ Invalid kv(=nan). Abort.\n", ""},
         {ed2, "1 0 0\n0\n0\n", "0 0 1\n0\n0\n", "$Error in zolz_ort_base: g2 = 0", ""},
         {pt2, "20\n}AREA_PROJ_CELL\n}E_DENSITY_CALCULATION_CONDITION\n", "", no_end, ""},
         {ed3, "4 4 2\n}CALC_RXY_RANGE_3D\n}E_DENSITY_CALCULATION_CONDITION\n", "", no_end, ""},

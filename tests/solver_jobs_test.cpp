@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <complex>
 
+#include "control/orvel.h"
 #include "job_util.h"
 #include "jobs/ov_sim.h"
+#include "refine/fitfunc.h"
 
 using namespace orvel_test;
 using orvel::pi;
@@ -481,6 +483,98 @@ TEST(SolverJobs, TracesAndFactorsBeyondTheTables) {
                               " upper_b_condupper_b_cond:" +
                               (&j == &bloch ? "" : " calc_intensity"));
         EXPECT_EQ(end.status, 0);
+    }
+}
+
+// Faults of the incidence, all in one file and mended one by one in the order in which they are told, in
+// front of the search for beams. The search itself would find no 100, which the file then asks for.
+TEST(SolverJobs, Incidence) {
+    problem searched = pair;
+    searched.beams = "1\n99 0.3 0 0\n1e9 2e9 1e11\n";
+    const string V_0 = "$$ Invalid mean inner potential(=", above = "\n9.6\n", axes = "{\n0 0 1\n0 0 1\n",
+                 upward = "] does not point upward along [0 0 1]. Abort.\n",
+                 sphere = " is outside the Ewald sphere. Abort.\n",
+                 mesh = "{\n0\n1\n0.5\n", center = "1 0 0\n-0.5\n", kv = "\n100\n}INC";
+    const struct {
+        string part, by, message;
+    } faults[] = {{kv, "\n-2000\n}INC", "$$ Invalid kv(=-2000). Abort.\n"}, // of a real wavelength
+                  {axes, "{\n0 0 1\n0 1 -1\n", "$$ Surface normal [0 1 -1" + upward},
+                  {above, "\n-1e6\n", V_0 + number(-1e6 / (120 * 0.020886563)) + "). Abort.\n"},
+                  {center, "1 0 0\n-300\n", "$$ Tilt (-300, 0.25)" + sphere}};
+    const auto expect = [](const string& text, const string& message) {
+        const job_dir dir;
+        const outcome end = dir.run(text);
+        EXPECT_TRUE(ends_with(end.out, message)) << message << end.out;
+        EXPECT_EQ(contains(end.out, "Beam search"), message.empty()) << end.out;
+        EXPECT_EQ(end.err, "");
+        EXPECT_EQ(end.status, message.empty() ? 0 : 1) << message;
+    };
+    for (const job* each : jobs) {
+        const job& j = *each;
+        changes all;
+        for (const auto& fault : faults)
+            all.emplace_back(fault.part, fault.by);
+        for (const auto& fault : faults) {
+            expect(file(j, searched, all), fault.message);
+            all.erase(all.begin());
+        }
+        for (const string bad : {"0", "nan", "1e+300"})
+            expect(file(j, searched, {{kv, "\n" + bad + "\n}INC"}}), "$$ Invalid kv(=" + bad + "). Abort.\n");
+        expect(file(j, searched, {{above, "\nnan\n"}}), V_0 + "nan). Abort.\n");
+        expect(file(j, searched, {{axes, "{\n0 0 1\n0 0 0\n"}}), "$$ Surface normal [0 0 0" + upward);
+        // K is reached at |(H, G)| = 8 K = 216.1. Corners of a disk are no tilts of a pattern; the jobs of one
+        // tilt take the first of the mesh.
+        const bool one_tilt = &j == &bloch || &j == &tfringe;
+        const string corner = "$$ Tilt (-200.5, -199.75)" + sphere;
+        expect(file(j, searched, {{mesh, "{\n2\n3\n200\n"}}), &j == &coherent ? "" : corner);
+        expect(file(j, searched, {{mesh, "{\n3\n3\n200\n"}}), corner);
+        expect(file(j, searched, {{mesh, "{\n1\n2\n150\n"}, {center, "1 0 0\n100\n"}}),
+               one_tilt ? "" : "$$ Tilt (250, 0.25)" + sphere);
+    }
+}
+
+// A refinement judges all data sets before the beams of the first are searched; the pixels outside a disk
+// are none of its tilts. A flag_bs of 1e1 is the number 10.
+TEST(SolverJobs, IncidenceOfDataSets) {
+    const string set = "DATA_SET{\nINCIDENT_BEAM{\n0 0 1\n0 0 1\n1 0 0\n-0.5\n0.25\n100\n}INCIDENT_BEAM\n"
+                       "CALC_KXY_RANGE{\n2\n3\n200\n}CALC_KXY_RANGE\nBEAM_SEARCH{\n" +
+                       replaced(pair.beams, "0\n", "1e1\n") +
+                       "}BEAM_SEARCH\nINTENSITY_DATA{\nint.txt\n1\n1\n}INTENSITY_DATA\n"
+                       "THICKNESS_BLOCK{\nSTW_PAR{\n1\n700\n0\n0 0\n}STW_PAR\n"
+                       "REFLEX_SHIFT_PAR{\n0 0 0\n0\n0\n}REFLEX_SHIFT_PAR\n}THICKNESS_BLOCK\n}DATA_SET\n";
+    const string center = "1 0 0\n-0.5\n", kv = "\n100\n}INC", axes = "0 0 1\n0 0 1\n", grid = "2\n3\n200\n";
+    const struct {
+        string part, by, message, F_000;
+    } cases[] = {
+        {"", "", "", "9.6"},
+        {kv, "\nnan\n}INC", "$$ Invalid kv(=nan). Abort.\n", "9.6"},
+        {axes, "0 0 1\n1 0 0\n", "$$ Surface normal [1 0 0] does not point upward along [0 0 1]. Abort.\n", "9.6"},
+        {center, "1 0 0\n400\n", "$$ Invalid mean inner potential(=nan). Abort.\n", "nan"},
+        {center, "1 0 0\n400\n", "$$ Tilt (400, -199.75) is outside the Ewald sphere. Abort.\n", "9.6"},
+        {grid, "3\n3\n200\n", "$$ Tilt (-200.5, -199.75) is outside the Ewald sphere. Abort.\n", "9.6"},
+    };
+    const job_dir dir;
+    write_file("int.txt", "FIT_EXPDATA_RAW\nCR{\n0 0 0\n0 0 0\n0 0 0\n0 0 0\n0 0\n}CR\n"
+                          "PAR{\n1\n1\n4 2\n-300 300 -300 300\n"
+                          "}PAR\nTHICKNESS{\nRF{\n0 0 0\n1 1\n1 1\n\n1 1\n1 1\n\n}RF\n}THICKNESS\n");
+    for (const auto& c : cases) {
+        const outcome end = run_child([&] {
+            orvel::read_eps_ctrl_params(text_stream("EPS_CONTROL_PARAMETERS{\n}EPS_CONTROL_PARAMETERS\n"));
+            crystal xtal(replaced(pair.crystal, "9.6", c.F_000));
+            orvel::fed sets[2];
+            orvel::ei data[2];
+            orvel::input_fit_exp_dataset(sets[0], data[0], text_stream(set));
+            orvel::input_fit_exp_dataset(sets[1], data[1], text_stream(replaced(set, c.part, c.by)));
+            int num_par, slots, num_csd, num_rst;
+            orvel::count_num_fitpar(xtal, 2, sets, num_par, slots, num_csd, num_rst);
+            double chisq;
+            orvel::fit_context context = {&xtal, sets, data, 2, num_csd, "a", std::tmpfile()};
+            std::printf("flag_bs %d\n", sets[0].beam_search.flag_bs);
+            orvel::dynamical_calculation(nullptr, num_par, nullptr, nullptr, chisq, context);
+        });
+        EXPECT_TRUE(contains(end.out, "flag_bs 10\n")) << end.out;
+        EXPECT_TRUE(ends_with(end.out, c.message.empty() ? "a_fst1.txt\n" : "flag_bs 10\n" + c.message)) << end.out;
+        EXPECT_EQ(end.status, c.message.empty() ? 0 : 1) << c.message;
     }
 }
 

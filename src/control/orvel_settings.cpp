@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "control/orvel.h"
 
-#include <cerrno>
 #include <cstring>
 
 #include "control/ov_input.h"
@@ -103,8 +102,6 @@ static bool take_dbg_line(char* line) {
 void read_ini_file() {
     set_dbg_defaults();
     std::FILE* ini = std::fopen(ini_file_name, "r");
-    if (ini == nullptr && errno == ENOMEM) // it may well be there
-        ov_abort(stderr, "$$ Cannot open %s. Abort.\n", ini_file_name);
     if (ini == nullptr) {
         ov_fprintf(stdout, "Cannot find orvel.ini file.  No options.\n");
         return;

@@ -36,7 +36,8 @@ struct spg_head {
     int inversion_flag;
     int sg_no;
     int group_class;
-    char letter; // '\0' if the line has fewer than five tokens
+    char letter;     // '\0' if the line has fewer than five tokens
+    int num_numbers; // of the four in front of it, how many there are
 };
 
 static spg_head parse_head(char* line) {
@@ -47,6 +48,7 @@ static spg_head parse_head(char* line) {
         if (token == nullptr)
             return head;
         *number = text_to_int(token);
+        ++head.num_numbers;
         token = std::strtok(nullptr, separators);
     }
     if (token != nullptr)
@@ -59,7 +61,7 @@ static spg_head find_head(int sg_no, std::FILE* file) {
     char line[table_line_max];
     while (comment_skip_fgets(table_line_max, line, file) != nullptr) {
         const spg_head head = parse_head(line);
-        if (head.sg_no == sg_no && head.letter != '\0')
+        if (head.sg_no == sg_no && head.num_numbers >= 3) // what a line lacks is 0
             return head;
         for (int i = 0; i < head.num_listed; ++i)
             if (comment_skip_fgets(table_line_max, line, file) == nullptr)

@@ -21,6 +21,7 @@ void begin_density_data(sd& cond, std::FILE* file) {
     cond.calc_type = mesh_none;
     chk_data("E_DENSITY_CALCULATION_CONDITION{", file);
     fget_incident_beam(cond, file);
+    chk_kv(cond.kv); // the search and the factors rest on it
 }
 
 void report_density_beams(sd& cond, csd& crystal) {

@@ -106,6 +106,10 @@ void fget_calc_t_range(sd& cond, std::FILE* file);
 void fget_calc_rxy_range(sd& cond, lattice lat, std::FILE* file);
 void make_map_base(sd& cond, lattice lat);
 
+// Judges the incidence of a job before its beams are searched: voltage, surface normal, mean inner
+// potential, and all tilts that the job will compute. What is no incidence ends the process.
+void chk_incidence(const sd& cond, solver_job job, csd& crystal);
+
 // Contents of the BEAM_SEARCH block.
 void fget_sd_beams(sd& cond, csd& crystal, std::FILE* file);
 

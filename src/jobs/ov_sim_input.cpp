@@ -138,11 +138,17 @@ void fget_calc_rxy_range(sd& cond, lattice lat, std::FILE* file) {
 
 // ---- whole condition blocks -----------------------------------------------------------------
 
+// What all solver jobs begin with. It is judged here, since the search already rests on it.
+static void fget_incidence(sd& cond, solver_job job, csd& crystal, std::FILE* file) {
+    fget_incident_beam(cond, file);
+    fget_calc_kxy_range(cond, job, file);
+    chk_incidence(cond, job, crystal);
+}
+
 void input_sim_data(sd& cond, csd& crystal, std::FILE* file) {
     cond = {};
     chk_data("SIM_CALCULATION_CONDITION{", file);
-    fget_incident_beam(cond, file);
-    fget_calc_kxy_range(cond, solver_sim, file);
+    fget_incidence(cond, solver_sim, crystal, file);
     fget_beam_search_block(cond, crystal, file);
     fget_output_reflex(cond, solver_sim, file);
     fget_output_thickness(cond, solver_sim, file);
@@ -160,8 +166,7 @@ void input_sim_coherent_data(sd& cond, csd& /*crystal*/, std::FILE* file) {
 void input_dispsurf_data(sd& cond, csd& crystal, std::FILE* file) {
     cond = {};
     chk_data("DISPSURF_CALCULATION_CONDITION{", file);
-    fget_incident_beam(cond, file);
-    fget_calc_kxy_range(cond, solver_dispsurf, file);
+    fget_incidence(cond, solver_dispsurf, crystal, file);
     fget_beam_search_block(cond, crystal, file);
     fget_output_branch(cond, solver_dispsurf, file);
     fget_output_reflex(cond, solver_dispsurf, file);
@@ -172,8 +177,7 @@ void input_dispsurf_data(sd& cond, csd& crystal, std::FILE* file) {
 void input_bloch_data(sd& cond, csd& crystal, std::FILE* file) {
     cond = {};
     chk_data("BLOCH_CALCULATION_CONDITION{", file);
-    fget_incident_beam(cond, file);
-    fget_calc_kxy_range(cond, solver_bloch, file);
+    fget_incidence(cond, solver_bloch, crystal, file);
     fget_beam_search_block(cond, crystal, file);
     fget_calc_rxy_range(cond, lattice_of(crystal), file);
     fget_output_branch(cond, solver_bloch, file);
@@ -183,8 +187,7 @@ void input_bloch_data(sd& cond, csd& crystal, std::FILE* file) {
 void input_tfringe_data(sd& cond, csd& crystal, std::FILE* file) {
     cond = {};
     chk_data("TFRINGE_CALCULATION_CONDITION{", file);
-    fget_incident_beam(cond, file);
-    fget_calc_kxy_range(cond, solver_tfringe, file);
+    fget_incidence(cond, solver_tfringe, crystal, file);
     fget_beam_search_block(cond, crystal, file);
     fget_calc_t_range(cond, file);
     fget_output_reflex(cond, solver_tfringe, file);

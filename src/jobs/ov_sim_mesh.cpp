@@ -45,28 +45,33 @@ static int inside_disk(const sd& cond, double h, double g) {
     return std::sqrt(x * x + y * y) < cond.disksize + epsilon.general_eps ? 1 : 0;
 }
 
-void calc_kxy_tilt(sd& cond, lattice lat) {
-    cond.zolzbase2 = zolz_ort_base(cond.zone_uvw, cond.zolzbase1, lat);
+// Sets the places of all tilts.
+static void lay_pixels(sd& cond) {
     int num_h, num_g, first_h, first_g;
     mesh_shape(cond, num_h, num_g, first_h, first_g);
-    const std::size_t size = size_product(to_size(num_h), to_size(num_g));
-    cond.k_tilt = new_vector<r_hkl>(countable(size));
-    cond.k_pixel = new_vector<pixel>(size);
+    cond.k_pixel = new_vector<pixel>(countable(size_product(to_size(num_h), to_size(num_g))));
     cond.num_k_points = num_h * num_g;
     cond.num_k_points_effective = 0;
-
-    const r_hkl b1 = cond.zolzbase1;
-    const r_hkl b2 = cond.zolzbase2;
     for (int j = 0; j < num_g; ++j) {
         for (int i = 0; i < num_h; ++i) {
             const double h = mesh_coordinate(i, num_h, cond.disksize, cond.h_tilt);
             const double g = mesh_coordinate(j, num_g, cond.disksize, cond.g_tilt);
             const int flag = cond.calc_type == mesh_disk ? inside_disk(cond, h, g) : 1;
-            const int k = j * num_h + i;
-            cond.k_pixel[k] = {i + first_h, j + first_g, flag, h, g};
-            cond.k_tilt[k] = {0.5 * (h * b1.h + g * b2.h), 0.5 * (h * b1.k + g * b2.k), 0.5 * (h * b1.l + g * b2.l)};
+            cond.k_pixel[j * num_h + i] = {i + first_h, j + first_g, flag, h, g};
             cond.num_k_points_effective += flag;
         }
+    }
+}
+
+void calc_kxy_tilt(sd& cond, lattice lat) {
+    cond.zolzbase2 = zolz_ort_base(cond.zone_uvw, cond.zolzbase1, lat);
+    lay_pixels(cond);
+    cond.k_tilt = new_vector<r_hkl>(to_size(cond.num_k_points));
+    const r_hkl b1 = cond.zolzbase1;
+    const r_hkl b2 = cond.zolzbase2;
+    for (int k = 0; k < cond.num_k_points; ++k) {
+        const double h = cond.k_pixel[k].h, g = cond.k_pixel[k].g;
+        cond.k_tilt[k] = {0.5 * (h * b1.h + g * b2.h), 0.5 * (h * b1.k + g * b2.k), 0.5 * (h * b1.l + g * b2.l)};
     }
 }
 
@@ -91,8 +96,23 @@ tilt_problem tilt_problem_of(const sd& cond, csd& crystal, complex** vg, lattice
     double lambda, energy;
     pre_calc_intensity(cond.kv, cond.zone_uvw, cond.normal_uvw, lat,
                        problem.zone_len, problem.normal_len, problem.cos_zn, lambda, energy);
-    chk_incidence(cond.kv, problem.abs_K, cond.zone_uvw, cond.normal_uvw, problem.cos_zn);
     return problem;
+}
+
+void chk_incidence(const sd& cond, solver_job job, csd& crystal) {
+    const lattice lat = lattice_of(crystal);
+    const double abs_K = chk_incidence(crystal, cond.kv, cond.zone_uvw, cond.normal_uvw, lat);
+    const double base_len = std::sqrt(sq_abs(cond.zolzbase1, lat));
+    sd mesh = cond;
+    lay_pixels(mesh);
+    const bool first_only = job == solver_bloch || job == solver_tfringe;
+    const int count = first_only ? 1 : mesh.num_k_points;
+    for (int k = 0; k < count; ++k) {
+        const pixel& place = mesh.k_pixel[k];
+        if (job != solver_sim || place.flag == 1) // the mask of a disk is for patterns alone
+            chk_tilt(abs_K, base_len, place.h, place.g);
+    }
+    std::free(mesh.k_pixel);
 }
 
 void free_sd(sd& cond) {

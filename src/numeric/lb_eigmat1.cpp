@@ -189,8 +189,7 @@ int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a,
     if (n == 1 || norm < tolerance) {
         for (int i = 0; i < n; ++i)
             eigen_val[i] = a[i][i];
-        if (with_vectors)
-            set_unit_matrix(n, eigen_vec);
+        set_unit_matrix(n, eigen_vec);
         return trivial;
     }
 

@@ -12,9 +12,9 @@ namespace orvel {
 // All eigenvalues and right eigenvectors of a[row][column] (order n, destroyed): A v = w v for v
 // the column eigen_vec[.][j] of unit length and w = eigen_val[j]. sort_flag 1 sorts by descending
 // real part, -1 by ascending; any other value but 0 sorts by modulus (norm_csort); 0 asks for
-// unsorted eigenvalues alone and leaves eigen_vec untouched. Returns
+// unsorted eigenvalues alone and leaves eigen_vec untouched unless the code is 1. Returns
 //   0      success,
-//   1      n is 1, or the norm is below the tolerance: the diagonal and unit vectors,
+//   1      n is 1, or the norm is below the tolerance: the diagonal and unit vectors, whatever sort_flag,
 //   3      n below 1 or tolerance not above 0: a message on standard error, nothing is set,
 //   30000  31 sweeps did not isolate an eigenvalue: eigen_val is not set.
 int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a,

@@ -15,8 +15,8 @@ namespace orvel {
 
 // ---- balancing ----
 
-// Elements that count as zero when eigenvalues are isolated; NaN does not.
-static bool negligible(complex z) { return std::fabs(z.re) <= eps && std::fabs(z.im) <= eps; }
+// Elements that count as zero when eigenvalues are isolated; NaN is one.
+static bool negligible(complex z) { return !(std::fabs(z.re) > eps || std::fabs(z.im) > eps); }
 
 static bool row_is_isolated(int j, int l, const complex* const* a) {
     for (int i = 0; i < l; ++i)

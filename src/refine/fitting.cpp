@@ -78,6 +78,22 @@ void calc_K_xy_cbed(const fed& set, lattice lat, ei& intensity, r_hkl* K_t, int&
         ov_abort(stdout, "$$ Wrong ct(=%d) in calc_K_xy_cbed. Abort.\n", p);
 }
 
+void chk_incidence(const fed& set, csd& crystal, lattice lat) {
+    const std::size_t size = size_product(to_size(set.num_pix_side), to_size(set.num_pix_side));
+    r_hkl* K_t = new_vector<r_hkl>(size);
+    pixel* grid = new_vector<pixel>(size);
+    int num_pix, effective;
+    calc_K_xy_cbed(num_pix, effective, K_t, grid, set.h_tilt, set.g_tilt, set.zone_uvw, set.zolzbase1, lat,
+                   set.calc_type, set.disksize, set.num_pix_side);
+    const double abs_K = chk_incidence(crystal, set.kv, set.zone_uvw, set.normal_uvw, lat);
+    const double base_len = std::sqrt(sq_abs(set.zolzbase1, lat));
+    for (int p = 0; p < num_pix; ++p)
+        if (grid[p].flag == 1)
+            chk_tilt(abs_K, base_len, grid[p].h, grid[p].g);
+    std::free(K_t);
+    std::free(grid);
+}
+
 void set_calc_intensity_ei(int R, int T, int P, ei& intensity, double*** pix_int) {
     for (int r = 0; r < R; ++r)
         for (int t = 0; t < T; ++t)
@@ -152,7 +168,6 @@ static void walk_pixels(csd& crystal, const fed& set, const ei& intensity, const
     double zone_len, normal_len, cos_zn, lambda, energy;
     pre_calc_intensity(set.kv, set.zone_uvw, set.normal_uvw, lat, zone_len, normal_len, cos_zn, lambda, energy);
     const double abs_K = calc_abs_K(crystal, set.kv, lat);
-    chk_incidence(set.kv, abs_K, set.zone_uvw, set.normal_uvw, cos_zn);
     int count = 0;
     for (int p = 0; p < s.P; ++p) {
         if (intensity.pixel[p].flag != 1)
@@ -251,6 +266,8 @@ void dynamical_calculation(const double* par, int num_fitpar, double** alpha, do
     constraint_csd(crystal);
     constraint_fed(context.num_fed, context.fed);
     const lattice lat = lattice_of(crystal);
+    for (int i = 0; i < context.num_fed; ++i)
+        chk_incidence(context.fed[i], crystal, lat);
     normal_equations equations = {num_fitpar, alpha, beta};
     chisq = 0.0;
     for (int i = 0; i < context.num_fed; ++i)

@@ -166,6 +166,10 @@ void free_fei_vector(int num_fed, ei* intensities);
 void dynamical_calculation(const double* par, int num_fitpar, double** alpha, double* beta, double& chisq,
                            fit_context& context);
 
+// Judges the incidence of a data set as chk_incidence of the solver jobs does, at the pixels that are
+// computed; a cycle begins with it for all sets. What is no incidence ends the process.
+void chk_incidence(const fed& set, csd& crystal, lattice lat);
+
 // Potentials with crystal parameter k raised by its step, in pvg[k] (N x N each). flag becomes 1 if a
 // reflection lies outside the scattering tables. lat is that of the unperturbed cell.
 void perturbed_potential_matrix(int num_perturb, complex*** pvg, csd& crystal, const fed& set, lattice lat, int& flag);

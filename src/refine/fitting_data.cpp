@@ -53,7 +53,7 @@ void read_CALC_KXY_RANGE(fed& set, ei& intensity, std::FILE* file) {
 
 void fget_ed_beams(fed& set, std::FILE* file) {
     beam_search& bs = set.beam_search;
-    bs.flag_bs = fget_i(file);
+    bs.flag_bs = fget_flag_bs(file);
     switch (method_of(bs.flag_bs)) {
     case -1:
         ov_abort(stderr, "Invalid flag_bs %d\n", bs.flag_bs);

@@ -22,8 +22,9 @@ namespace orvel {
 
 // ---- kinematics -----------------------------------------------------------------------------
 
-// Wave number inside the crystal: vacuum wave number and the real mean inner potential, which is
-// the low-order entry 000 if there is one, else calc_F_0_re.
+// Mean inner potential in volts: the real part of the low-order entry 000 if there is one, else
+// calc_F_0_re. Wave number inside the crystal: that of the vacuum, and the mean inner potential.
+double calc_V_0(csd& crystal, double kv, lattice lat);
 double calc_abs_K(csd& crystal, double kv, lattice lat);
 
 // Components of the incident wave vector along the zone axis (negative) and along the surface
@@ -50,9 +51,18 @@ void pre_calc_intensity(double kv, uvw zone_uvw, uvw normal_uvw, lattice lat,
                         double& zone_len, double& normal_len, double& cos_zn,
                         double& wavelength, double& evdash);
 
-// Ends the process if there is no wave number in the crystal (a voltage that is not above 0) or if
-// the surface normal does not point to the side of the zone axis: the phases rest on both.
-void chk_incidence(double kv, double abs_K, uvw zone_uvw, uvw normal_uvw, double cos_zn);
+// Checks of the incidence, before anything is computed with it. Each ends the process.
+// A voltage that is not above 0, or so high that no wavelength is left.
+void chk_kv(double kv);
+
+// In this order: the voltage; a surface normal that does not point to the side of the zone axis, on
+// which the phases rest; a mean inner potential that leaves no real wave number in the crystal.
+// Returns the wave number. A zone axis of length 0 is left to the search for its base vectors.
+double chk_incidence(csd& crystal, double kv, uvw zone_uvw, uvw normal_uvw, lattice lat);
+
+// A tilt (h, g) whose K_t = (h zolzbase1 + g zolzbase2) / 2 is not shorter than the wave number, so
+// that K_z is not real. The base vectors are perpendicular and both of length base_len.
+void chk_tilt(double abs_K, double base_len, double h, double g);
 
 // ---- potentials -----------------------------------------------------------------------------
 

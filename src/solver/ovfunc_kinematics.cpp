@@ -9,15 +9,19 @@
 
 namespace orvel {
 
-double calc_abs_K(csd& crystal, double kv, lattice lat) {
+// Structure factor at zero angle.
+static complex calc_F_0(csd& crystal, double kv, lattice lat) {
     const int entry = crystal.num_lofg > 0 ? search_g_table(crystal.num_lofg, 0, 0, 0, crystal.lofg_hkl) : -1;
-    complex F_0;
     if (entry >= 0)
-        F_0 = lofg_to_fg(entry, crystal, kv, lat);
-    else
-        F_0 = c_conv(calc_F_0_re(crystal), 0.0);
+        return lofg_to_fg(entry, crystal, kv, lat);
+    return c_conv(calc_F_0_re(crystal), 0.0);
+}
+
+double calc_V_0(csd& crystal, double kv, lattice lat) { return fg_to_vg(calc_F_0(crystal, kv, lat), lat).re; }
+
+double calc_abs_K(csd& crystal, double kv, lattice lat) {
     const double lambda = wavelength(kv);
-    return std::sqrt(1 / (lambda * lambda) + fg_to_ug(F_0, kv, lat).re);
+    return std::sqrt(1 / (lambda * lambda) + fg_to_ug(calc_F_0(crystal, kv, lat), kv, lat).re);
 }
 
 double calc_K_z(double abs_K, r_hkl K_t, lattice lat) { return -std::sqrt(abs_K * abs_K - sq_abs(K_t, lat)); }
@@ -62,13 +66,28 @@ void pre_calc_intensity(double kv, uvw zone_uvw, uvw normal_uvw, lattice lat,
     cos_zn = inner_product_uvw(zone_uvw, normal_uvw, lat) / (zone_len * normal_len);
 }
 
-void chk_incidence(double kv, double abs_K, uvw zone_uvw, uvw normal_uvw, double cos_zn) {
-    if (!(kv > 0 && abs_K > 0))
+void chk_kv(double kv) {
+    if (!(kv > 0 && wavelength(kv) > 0))
         ov_abort(stdout, "$$ Invalid kv(=%g). Abort.\n", kv);
+}
+
+double chk_incidence(csd& crystal, double kv, uvw zone_uvw, uvw normal_uvw, lattice lat) {
+    chk_kv(kv);
+    double zone_len, normal_len, cos_zn, lambda, energy;
+    pre_calc_intensity(kv, zone_uvw, normal_uvw, lat, zone_len, normal_len, cos_zn, lambda, energy);
     const double right_angle = 1e-12; // rounding leaves less of its cosine
-    if (!(cos_zn > right_angle))
+    if (zone_len != 0 && !(cos_zn > right_angle))
         ov_abort(stdout, "$$ Surface normal [%d %d %d] does not point upward along [%d %d %d]. Abort.\n",
                  normal_uvw.u, normal_uvw.v, normal_uvw.w, zone_uvw.u, zone_uvw.v, zone_uvw.w);
+    const double abs_K = calc_abs_K(crystal, kv, lat);
+    if (!(abs_K > 0 && std::isfinite(abs_K)))
+        ov_abort(stdout, "$$ Invalid mean inner potential(=%g). Abort.\n", calc_V_0(crystal, kv, lat));
+    return abs_K;
+}
+
+void chk_tilt(double abs_K, double base_len, double h, double g) {
+    if (!(0.5 * base_len * std::hypot(h, g) < abs_K))
+        ov_abort(stdout, "$$ Tilt (%g, %g) is outside the Ewald sphere. Abort.\n", h, g);
 }
 
 } // namespace orvel

@@ -96,6 +96,7 @@ static void calc_shifted(csd& crystal, const fed& set, const measured_square& sq
 // own. Result in pattern[r][t][i].
 static void calc_measured(csd& crystal, fed& set, const measured_square& square, ei& e, double*** pattern,
                           std::FILE* log) {
+    chk_incidence(set, crystal, lattice_of(crystal));
     const bool automatic = method_of(set.beam_search.flag_bs) != method_manual;
     if (automatic)
         auto_ed_beams(set, crystal);
