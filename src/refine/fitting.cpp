@@ -81,17 +81,17 @@ void calc_K_xy_cbed(const fed& set, lattice lat, ei& intensity, r_hkl* K_t, int&
 void chk_incidence(const fed& set, csd& crystal, lattice lat) {
     const std::size_t size = size_product(to_size(set.num_pix_side), to_size(set.num_pix_side));
     r_hkl* K_t = new_vector<r_hkl>(size);
-    pixel* grid = new_vector<pixel>(size);
-    int num_pix, effective;
-    calc_K_xy_cbed(num_pix, effective, K_t, grid, set.h_tilt, set.g_tilt, set.zone_uvw, set.zolzbase1, lat,
-                   set.calc_type, set.disksize, set.num_pix_side);
+    ei grid = {};
+    grid.pixel = new_vector<pixel>(size);
+    int effective;
+    calc_K_xy_cbed(set, lat, grid, K_t, effective);
     const double abs_K = chk_incidence(crystal, set.kv, set.zone_uvw, set.normal_uvw, lat);
     const double base_len = std::sqrt(sq_abs(set.zolzbase1, lat));
-    for (int p = 0; p < num_pix; ++p)
-        if (grid[p].flag == 1)
-            chk_tilt(abs_K, base_len, grid[p].h, grid[p].g);
+    for (int p = 0; p < grid.num_pix; ++p)
+        if (grid.pixel[p].flag == 1)
+            chk_tilt(abs_K, base_len, grid.pixel[p].h, grid.pixel[p].g);
     std::free(K_t);
-    std::free(grid);
+    std::free(grid.pixel);
 }
 
 void set_calc_intensity_ei(int R, int T, int P, ei& intensity, double*** pix_int) {
