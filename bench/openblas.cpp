@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "control/orvel.h"
+#include "crystal/strct_f.h"
 #include "numeric/vecmat.h"
 
 using namespace orvel;

@@ -37,9 +37,7 @@ complex plain_fg(hkl g, csd& crystal, double kv, lattice lat, plain_stock& stock
     if (known >= 0)
         return stock.fg[to_size(known)];
     int flag;
-    const complex fg = structure_factor_ext(g.h, g.k, g.l, crystal.num_sym_op, crystal.sym_op, crystal.num_site,
-                                            crystal.site, crystal.xdt, crystal.bk, kv, lat, crystal.latt_type,
-                                            crystal.r_hex_axes, flag);
+    const complex fg = structure_factor_ext(g, crystal, kv, lat, nullptr, flag);
     add_class(stock, g, fg, crystal);
     return fg;
 }
@@ -48,8 +46,7 @@ complex plain_elastic_fg(hkl g, csd& crystal, double kv, lattice lat, plain_stoc
     const int known = search_g_table(stock.count, g.h, g.k, g.l, stock.g.data());
     if (known >= 0)
         return stock.fg[to_size(known)];
-    const complex fg = calc_Fg_ela(g.h, g.k, g.l, crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site,
-                                   crystal.xdt, crystal.bk, kv, lat);
+    const complex fg = calc_Fg_ela(g, crystal, kv, lat);
     add_class(stock, g, fg, crystal);
     return fg;
 }
@@ -70,8 +67,7 @@ void plain_coefficients(int n, const hkl* beams, csd& crystal, double kv, comple
     for (int i = 0; i < n; ++i) {
         const hkl g = beams[i];
         const complex fg = plain_elastic_fg(g, crystal, kv, lat, stock);
-        const complex Z = calc_z_factor(g.h, g.k, g.l, crystal.num_sym_op, crystal.sym_op, crystal.num_site,
-                                        crystal.site, crystal.xdt, lat);
+        const complex Z = calc_z_factor(g, crystal, lat);
         const double c = 0.25 * sq_abs(hkl2rhkl(g.h, g.k, g.l), lat) * 131.2625 / pi; // formula of Mott
         vg[i] = fg_to_vg(fg, lat);
         xg[i] = {Z.re - c * fg.re, Z.im - c * fg.im};

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "crystal/strct_f.h"
+#include "crystal/strct_f_stock.h"
 #include "jobs/ov_sim_record.h"
 
 namespace orvel_bench {

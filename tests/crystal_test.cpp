@@ -197,7 +197,7 @@ TEST(Crystal, BlockFaults) {
     }
     const auto with_setting = [](int off) { epsilon.auto_multiplicity_off = off; };
     expect_faults({{[&] { with_setting(2); crystal c(whole); }, "$$ invalid auto_multiplicity_off=2\n. Abort.\n", ""},
-                   {[&] { crystal c(whole); with_setting(-1); fprint_gen_atom_pos(stdout, 2, c.sym_op, 2, c.site); },
+                   {[&] { crystal c(whole); with_setting(-1); fprint_gen_atom_pos(stdout, c); },
                     "$$ Invalid epsilon.auto_multiplicity_off. Abort.\n", ""}});
     // A count beyond any memory ends the run at once, or at the first block that isn't there.
     for (const char* part : {"ATOM{\n2", "FG{\n1"}) {

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "crystal/strct_f.h"
+#include "crystal/strct_f_stock.h"
 #include "test_util.h"
 
 namespace orvel_test {

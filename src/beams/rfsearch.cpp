@@ -10,6 +10,7 @@
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
 #include "control/utils.h"
+#include "crystal/strct_f_stock.h"
 #include "numeric/vecmat.h"
 
 namespace orvel {

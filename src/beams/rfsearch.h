@@ -8,10 +8,12 @@
 
 #include <cstdio>
 
-#include "crystal/strct_f.h"
+#include "crystal/strct_f_stock.h"
 #include "solver/ovfunc_kinematics.h"
 
 namespace orvel {
+
+struct fg_stock; // crystal/strct_f_stock.h
 
 // flag_bs: the last digit says how beams are found, the tens digit how Bethe beams are folded in
 // (0 to 9 generalised, from 10 on simple).

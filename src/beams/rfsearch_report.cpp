@@ -6,6 +6,7 @@
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
 #include "control/utils.h"
+#include "crystal/strct_f_stock.h"
 
 namespace orvel {
 
@@ -32,11 +33,9 @@ void print_rfinfo(int i, int bethe, hkl g, beam_table& table) {
     double x, y;
     proj_to_zolz(g, setup.zone_uvw, setup.zolzbase1, lat, x, y);
     int flag; // values beyond the tables are shown as they are
-    const complex fg = stocked_fg(g, crystal, setup.kv, lat, table.stock, flag);
-    const complex ela = calc_Fg_ela(g.h, g.k, g.l, crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site,
-                                    crystal.xdt, crystal.bk, setup.kv, lat);
-    const complex inela = calc_Fg_inela(g.h, g.k, g.l, crystal.num_sym_op, crystal.sym_op, crystal.num_site,
-                                        crystal.site, crystal.bk, setup.kv, lat);
+    const complex fg = structure_factor_ext_tbl(g, crystal, setup.kv, lat, table.stock, flag);
+    const complex ela = calc_Fg_ela(g, crystal, setup.kv, lat);
+    const complex inela = calc_Fg_inela(g, crystal, setup.kv, lat);
     ov_fprintf(table.file, "%d\t%3d\t%3d\t%3d\t%d\t%f\t%f\t%d\t%f\t%f\t%f\t%f",
                i, g.h, g.k, g.l, laue_zone(setup.zone_uvw, g), x, y, bethe,
                std::sqrt(sq_abs(hkl2rhkl(g.h, g.k, g.l), lat)), fg.re, fg.im, std::sqrt(c_norm(fg)));

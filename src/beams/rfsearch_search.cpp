@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "control/ov_mpi.h"
+#include "crystal/strct_f_stock.h"
 #include "solver/ovfunc_kinematics.h"
 
 namespace orvel {
@@ -150,7 +151,7 @@ static double edge_error(const box_walk& walk) {
 static double extinction_distance(box_walk& walk) {
     int flag; // values beyond the tables are shown by the potential table, not by a search
     const lattice lat = walk.geometry.lat;
-    const complex fg = stocked_fg(walk.g, *walk.crystal, walk.setup->kv, lat, walk.stock, flag);
+    const complex fg = structure_factor_ext_tbl(walk.g, *walk.crystal, walk.setup->kv, lat, walk.stock, flag);
     return fg_to_xig2(fg, walk.gamma, walk.geometry.wavelength, lat);
 }
 

@@ -120,36 +120,34 @@ double cub_int_2(double x, int n, const double* xs, const double* ys) {
 }
 
 // Interpolation over size x size decoded values from row and column on: first over B, then over M.
-static double fabs_stencil(int size, int row, int column, double x, double y,
-                           const double* gm, const double* gms2,
-                           const double f[bk_num_b][bk_num_m], double mlt, double add) {
-    double row_weights[4], at_x[4];
-    lagrange_weights(size, gm + row, x, row_weights);
+static double fabs_stencil(int size, int row, int column, double B, double M, const bk_tbl& bk) {
+    const double mlt = 10 / bk.mlt_fct;
+    const double add = 1e-6 * bk.add_fct;
+    double row_weights[4], at_B[4];
+    lagrange_weights(size, bk.gm + row, B, row_weights);
     for (int j = 0; j < size; ++j) {
-        const double factor = std::exp(gms2[column + j]);
+        const double factor = std::exp(bk.gms2[column + j]);
         double decoded[4];
         for (int i = 0; i < size; ++i)
-            decoded[i] = (f[row + i][column + j] * mlt - add) * factor;
-        at_x[j] = weighted_sum(size, row_weights, decoded);
+            decoded[i] = (bk.f[row + i][column + j] * mlt - add) * factor;
+        at_B[j] = weighted_sum(size, row_weights, decoded);
     }
-    return lagrange(size, gms2 + column, y, at_x);
+    return lagrange(size, bk.gms2 + column, M, at_B);
 }
 
-double fabs_bi_quad_int(double x, double y, int p, int q, const double* gm, const double* gms2,
-                        const double f[bk_num_b][bk_num_m], double mlt, double add) {
-    return fabs_stencil(3, p - 2, q - 2, x, y, gm, gms2, f, mlt, add);
+double fabs_bi_quad_int(double B, double M, int p, int q, const bk_tbl& bk) {
+    return fabs_stencil(3, p - 2, q - 2, B, M, bk);
 }
 
-double fabs_bi_cub_int(double x, double y, const double* gm, const double* gms2,
-                       const double f[bk_num_b][bk_num_m], double mlt, double add) {
-    const int p = interval(x, gm, 2, 4);
-    const int q = interval(y, gms2, 2, 8);
-    return fabs_stencil(4, p - 2, q - 2, x, y, gm, gms2, f, mlt, add);
+double fabs_bi_cub_int(double B, double M, const bk_tbl& bk) {
+    const int p = interval(B, bk.gm, 2, 4);
+    const int q = interval(M, bk.gms2, 2, 8);
+    return fabs_stencil(4, p - 2, q - 2, B, M, bk);
 }
 
 // Mean of the 3 x 3 stencils that overlap the cell of (B, M): two neighbours in each direction,
 // one at the edges of the table, where a second one would have no rows or columns.
-static double fabs_mean_of_quads(const bk_tbl& bk, double B, double M, double mlt, double add) {
+static double fabs_mean_of_quads(double B, double M, const bk_tbl& bk) {
     const int last_row = bk_num_b - 1;
     const int last_column = bk_num_m - 1;
     int i = interval(B, bk.gm, 1, last_row);
@@ -166,7 +164,7 @@ static double fabs_mean_of_quads(const bk_tbl& bk, double B, double M, double ml
     double sum = 0.0;
     for (int p = i; p <= p_end; ++p)
         for (int q = q_begin; q <= q_end; ++q)
-            sum += fabs_bi_quad_int(B, M, p, q, bk.gm, bk.gms2, bk.f, mlt, add);
+            sum += fabs_bi_quad_int(B, M, p, q, bk);
     return sum / ((p_end - i + 1) * (q_end - q_begin + 1));
 }
 
@@ -198,11 +196,7 @@ int atom_bk(const bk_tbl& bk, double s, double B, double pair[2], double kv) {
     const double M = B * s * s;
     if (table_B < bk.gm[0] || M > bk.gms2[bk_num_m - 1])
         return status;
-    const double mlt = 10 / bk.mlt_fct;
-    const double add = 1e-6 * bk.add_fct;
-    const double I = M >= cubic_from
-                         ? fabs_bi_cub_int(table_B, M, bk.gm, bk.gms2, bk.f, mlt, add)
-                         : fabs_mean_of_quads(bk, table_B, M, mlt, add);
+    const double I = M >= cubic_from ? fabs_bi_cub_int(table_B, M, bk) : fabs_mean_of_quads(table_B, M, bk);
     pair[1] = pair[0] / beta * I;
     return status;
 }

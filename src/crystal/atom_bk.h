@@ -47,11 +47,9 @@ double cub_int(const double* xs, double x, const double* ys);
 // Four-point Lagrange value at x of a table of n points: the interval of x and its neighbours.
 double cub_int_2(double x, int n, const double* xs, const double* ys);
 
-// Value at B = x, M = y of the decoded absorptive function, from the 3 x 3 points that end in row p
-// and column q, and from the 4 x 4 points around x and y. mlt and add decode: f mlt - add.
-double fabs_bi_quad_int(double x, double y, int p, int q, const double* gm, const double* gms2,
-                        const double f[bk_num_b][bk_num_m], double mlt, double add);
-double fabs_bi_cub_int(double x, double y, const double* gm, const double* gms2,
-                       const double f[bk_num_b][bk_num_m], double mlt, double add);
+// Decoded absorptive function at B and M, from the 3 x 3 points that end in row p and column q, and
+// from the 4 x 4 points around B and M.
+double fabs_bi_quad_int(double B, double M, int p, int q, const bk_tbl& bk);
+double fabs_bi_cub_int(double B, double M, const bk_tbl& bk);
 
 } // namespace orvel

@@ -63,108 +63,49 @@ double constraint_value_csd(const char* expr, csd& crystal) {
     return e.sum;
 }
 
-// What one sweep over all values does with each of them: compare its name, or replace it.
-struct sweep {
-    const char* wanted; // name to search; null in a constraint pass
-    double found;
-    csd* crystal;
-};
-
-// Returns true if the value is the wanted one.
-static bool visit(sweep& s, double& value, const fitpar& descriptor) {
-    if (s.wanted == nullptr) {
-        if (descriptor.idx == kind_cst)
-            value = constraint_value_csd(descriptor.val_str, *s.crystal);
-        return false;
-    }
-    if (std::strcmp(descriptor.id, s.wanted) != 0)
-        return false;
-    s.found = value;
-    return true;
-}
-
-static bool sweep_lp(sweep& s, cell_values values, const fitpar* descriptors) {
-    for (int i = 0; i < 6; ++i)
-        if (visit(s, *values.value[i], descriptors[i]))
-            return true;
-    return false;
-}
-
-static bool sweep_atm(sweep& s, int num_site, atom* sites, const atom_fitpar* descriptors) {
-    for (int i = 0; i < num_site; ++i) {
-        for (const atom_value& entry : atom_values) {
-            if (entry.slot == slot_B && sites[i].bf != 0 && sites[i].bf != 1)
-                ov_error_exit(stdout, "%s", s.wanted != nullptr ? "Invalid bf" : "invalid bf");
-            if (entry.only_bf != -1 && entry.only_bf != sites[i].bf)
-                continue;
-            if (visit(s, sites[i].*entry.value, descriptors[i].slot[entry.slot]))
-                return true;
-        }
-    }
-    return false;
-}
-
-static bool sweep_lofg(sweep& s, int num_site, int num_lofg, int lof_type,
-                       lofg_value* values, const lofg_fitpar_set* descriptors) {
-    for (int i = 0; i < num_lofg; ++i) {
-        lofg_value& value = values[i];
-        const lofg_fitpar_set& descriptor = descriptors[i];
-        switch (lof_type) {
-        case lof_fg:
-            if (visit(s, value.fg_re, descriptor.fg_re) || visit(s, value.fg_im, descriptor.fg_im))
-                return true;
-            break;
-        case lof_fg_ela:
-            if (visit(s, value.fg_ela_re, descriptor.fg_ela_re) || visit(s, value.fg_ela_im, descriptor.fg_ela_im))
-                return true;
-            break;
-        case lof_f:
-        case lof_f_inela:
-            for (int site = 0; site < num_site; ++site)
-                if (visit(s, value.f_ela[site], descriptor.f_ela[site]) ||
-                    visit(s, value.f_inela[site], descriptor.f_inela[site]))
-                    return true;
-            break;
-        case lof_reserved:
-            ov_error_exit(stdout, "lof_type=5 not available");
-        default:
-            ov_error_exit(stdout, "(fget_low_g_cst) invalid lof_type(=%d)", lof_type);
-        }
-    }
-    return false;
+void invalid_kind(const csd& crystal, int part, const char* bf_text) {
+    if (part < lofg_part(crystal, 0))
+        ov_error_exit(stdout, "%s", bf_text);
+    if (crystal.lof_type == lof_reserved)
+        ov_error_exit(stdout, "lof_type=5 not available");
+    ov_error_exit(stdout, "(fget_low_g_cst) invalid lof_type(=%d)", crystal.lof_type);
 }
 
 double val_search_csd(const char* name, csd& crystal) {
-    sweep s = {name, 0.0, &crystal};
-    if (sweep_lp(s, cell_of(crystal), crystal.lp_fitpar) ||
-        sweep_atm(s, crystal.num_site, crystal.site, crystal.site_fitpar) ||
-        sweep_lofg(s, crystal.num_site, crystal.num_lofg, crystal.lof_type, crystal.lofg, crystal.lofg_fitpar))
-        return s.found;
+    for (int part = cell_part; part < num_parts(crystal); ++part) {
+        for (int n = 0; n < num_values(crystal, part); ++n) {
+            const csd_value v = value_of(crystal, part, n);
+            if (v.value == nullptr)
+                invalid_kind(crystal, part, "Invalid bf");
+            if (std::strcmp(v.descriptor->id, name) == 0)
+                return *v.value;
+        }
+    }
     ov_error_exit(stdout, "$$ (val_search_csd) constraint %s not found", name);
 }
 
-void constraint_csd_lp(cell_values values, const fitpar* descriptors, csd& crystal) {
-    sweep s = {nullptr, 0.0, &crystal};
-    sweep_lp(s, values, descriptors);
+static void constrain_parts(csd& crystal, int begin, int end) {
+    for (int part = begin; part < end; ++part) {
+        for (int n = 0; n < num_values(crystal, part); ++n) {
+            const csd_value v = value_of(crystal, part, n);
+            if (v.value == nullptr)
+                invalid_kind(crystal, part, "invalid bf");
+            if (v.descriptor->idx == kind_cst)
+                *v.value = constraint_value_csd(v.descriptor->val_str, crystal);
+        }
+    }
 }
 
-void constraint_csd_atm(int num_site, atom* sites, const atom_fitpar* descriptors, csd& crystal) {
-    sweep s = {nullptr, 0.0, &crystal};
-    sweep_atm(s, num_site, sites, descriptors);
-}
+void constraint_csd_lp(csd& crystal) { constrain_parts(crystal, cell_part, site_part(0)); }
 
-void constraint_csd_lofg(int num_site, int num_lofg, const hkl* /*hkls*/, int lof_type,
-                         lofg_value* values, const lofg_fitpar_set* descriptors, csd& crystal) {
-    sweep s = {nullptr, 0.0, &crystal};
-    sweep_lofg(s, num_site, num_lofg, lof_type, values, descriptors);
-}
+void constraint_csd_atm(csd& crystal) { constrain_parts(crystal, site_part(0), lofg_part(crystal, 0)); }
+
+void constraint_csd_lofg(csd& crystal) { constrain_parts(crystal, lofg_part(crystal, 0), num_parts(crystal)); }
 
 void constraint_csd(csd& crystal) {
-    constraint_csd_lp(cell_of(crystal), crystal.lp_fitpar, crystal);
-    constraint_csd_atm(crystal.num_site, crystal.site, crystal.site_fitpar, crystal);
-    if (crystal.num_lofg > 0)
-        constraint_csd_lofg(crystal.num_site, crystal.num_lofg, crystal.lofg_hkl, crystal.lof_type,
-                            crystal.lofg, crystal.lofg_fitpar, crystal);
+    constraint_csd_lp(crystal);
+    constraint_csd_atm(crystal);
+    constraint_csd_lofg(crystal);
 }
 
 } // namespace orvel

@@ -6,7 +6,7 @@
 #pragma once
 
 #include "control/records.h"
-#include "crystal/strct_f.h"
+#include "crystal/csd.h"
 
 namespace orvel {
 
@@ -40,9 +40,11 @@ double val_search_csd(const char* name, csd& crystal);
 // One sweep in the order of val_search_csd that replaces each value of kind_cst by its expression;
 // the parts of the sweep below. An expression sees new values of what comes before it.
 void constraint_csd(csd& crystal);
-void constraint_csd_lp(cell_values values, const fitpar* descriptors, csd& crystal);
-void constraint_csd_atm(int num_site, atom* sites, const atom_fitpar* descriptors, csd& crystal);
-void constraint_csd_lofg(int num_site, int num_lofg, const hkl* hkls, int lof_type,
-                         lofg_value* values, const lofg_fitpar_set* descriptors, csd& crystal);
+void constraint_csd_lp(csd& crystal);
+void constraint_csd_atm(csd& crystal);
+void constraint_csd_lofg(csd& crystal);
+
+// Ends the process for a value of an unknown kind in this part: bf_text for a site, else of lof_type.
+[[noreturn]] void invalid_kind(const csd& crystal, int part, const char* bf_text);
 
 } // namespace orvel

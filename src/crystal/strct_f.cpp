@@ -24,11 +24,11 @@ double beta_form(const beta_tensor& b, hkl g) {
 
 // Sum of the phases over all operations, for an anisotropic site with its temperature factor. The
 // translation goes with the original indices, the position with the rotated ones.
-static complex phase_sum(hkl g, int num_sym_op, const sym_op* sym_ops, const atom& site) {
+static complex phase_sum(hkl g, const csd& crystal, const atom& site) {
     const beta_tensor beta = {site.beta11, site.beta22, site.beta33, site.beta12, site.beta13, site.beta23};
     complex sum = {0.0, 0.0};
-    for (int n = 0; n < num_sym_op; ++n) {
-        const sym_op& op = sym_ops[n];
+    for (int n = 0; n < crystal.num_sym_op; ++n) {
+        const sym_op& op = crystal.sym_op[n];
         const hkl r = gen_reflex(g, op);
         const double phase = -two_pi * (r.h * site.x + r.k * site.y + r.l * site.z +
                                         g.h * op.trans[0] + g.k * op.trans[1] + g.l * op.trans[2]);
@@ -39,35 +39,23 @@ static complex phase_sum(hkl g, int num_sym_op, const sym_op* sym_ops, const ato
     return sum;
 }
 
-// What a structure factor is summed over. phases is null for plain sums.
-struct fg_sum {
-    int num_sym_op;
-    const sym_op* sym_ops;
-    int num_site;
-    const atom* sites;
-    phase_table* phases;
-};
-
 // Geometric structure factor of site i: phases, temperature factor, occupancy and multiplicity.
-static complex site_sum(hkl g, double sq_s, const fg_sum& over, int i) {
-    const atom& site = over.sites[i];
+static complex site_sum(hkl g, double sq_s, const csd& crystal, phase_table* phases, int i) {
+    const atom& site = crystal.site[i];
     if (site.bf != 0 && site.bf != 1)
         ov_abort(stdout, "ERROR: Invalid atom.bf. Abort.\n");
-    const complex sum = over.phases != nullptr && in_phase_table(*over.phases, g)
-                            ? tabled_phase_sum(*over.phases, i, g)
-                            : phase_sum(g, over.num_sym_op, over.sym_ops, site);
+    const bool tabled = phases != nullptr && in_phase_table(*phases, g);
+    const complex sum = tabled ? tabled_phase_sum(*phases, i, g) : phase_sum(g, crystal, site);
     double weight = site.occupancy * site.multiplicity;
     if (site.bf == 0)
         weight *= std::exp(-site.B * sq_s);
     return {sum.re * weight, sum.im * weight};
 }
 
-complex calc_structure_factor_ph(int h, int k, int l, double sq_s, int num_sym_op, const sym_op* sym_ops,
-                                 int num_site, const atom* sites, const double* f_ela, const double* f_inela) {
-    const fg_sum over = {num_sym_op, sym_ops, num_site, sites, nullptr};
+complex calc_structure_factor_ph(hkl g, double sq_s, const csd& crystal, const double* f_ela, const double* f_inela) {
     complex fg = {0.0, 0.0};
-    for (int i = 0; i < num_site; ++i)
-        fg = c_add(fg, c_mul(site_sum({h, k, l}, sq_s, over, i), {f_ela[i], f_inela[i]}));
+    for (int i = 0; i < crystal.num_site; ++i)
+        fg = c_add(fg, c_mul(site_sum(g, sq_s, crystal, nullptr, i), {f_ela[i], f_inela[i]}));
     return fg;
 }
 
@@ -84,118 +72,100 @@ static void set_equivalent_B(atom& site, lattice lat) {
               2 * (site.beta12 * lat.ab + site.beta23 * lat.bc + site.beta13 * lat.ac));
 }
 
-// The atomic factor of site i: elastic part, and absorptive part as imaginary one. A table that the
-// part does not need may be null. flag becomes 1 if the absorptive tables do not cover the reflection.
-static complex atomic_factor(fg_part part, double sq_s, const atom& site, int i, const xdt_tbl* xdt, const bk_tbl* bk,
-                             double kv, int& flag) {
+// The atomic factor of site i: elastic part, and absorptive part as imaginary one. flag becomes 1 if the
+// absorptive tables do not cover the reflection.
+static complex atomic_factor(fg_part part, double sq_s, const csd& crystal, int i, double kv, int& flag) {
+    const atom& site = crystal.site[i];
     const bool elastic = part == fg_total || part == fg_ela;
     // 2 means a Bird & King factor in the elastic part alone, and nowhere else.
     if (part != fg_z && site.af != 0 && site.af != 1 && !(part == fg_ela && site.af == 2))
         ov_abort(stdout, "$$ Invalid af. Abort.\n");
     if (part == fg_z)
-        return {xdt[i].z, 0.0};
+        return {crystal.xdt[i].z, 0.0};
     if (part == fg_ela && site.af == 0)
-        return {atomsf_xdt(sq_s, xdt[i]), 0.0};
+        return {atomsf_xdt(sq_s, crystal.xdt[i]), 0.0};
     double f[2];
-    if (atom_bk(bk[i], std::sqrt(sq_s), site.B, f, kv) > bk_in_range)
+    if (atom_bk(crystal.bk[i], std::sqrt(sq_s), site.B, f, kv) > bk_in_range)
         flag = 1;
     if (!elastic)
         return {0.0, f[1]};
-    const double f_ela = site.af == 0 ? atomsf_xdt(sq_s, xdt[i]) : f[0];
+    const double f_ela = site.af == 0 ? atomsf_xdt(sq_s, crystal.xdt[i]) : f[0];
     return {f_ela, part == fg_ela ? 0.0 : f[1]};
 }
 
-// Several parts at once: they share the geometric structure factors.
-static void calc_fgs(int num_parts, const fg_part* parts, hkl g, const fg_sum& over, atom* sites,
-                     const xdt_tbl* xdt, const bk_tbl* bk, double kv, lattice lat, complex* fg, int& flag) {
-    const double sq_s = sq_abs(hkl2rhkl(g.h, g.k, g.l), lat) * 0.25;
-    for (int part = 0; part < num_parts; ++part)
-        fg[part] = {0.0, 0.0};
-    flag = 0;
-    for (int i = 0; i < over.num_site; ++i) {
-        set_equivalent_B(sites[i], lat);
-        complex f[2];
-        for (int part = 0; part < num_parts; ++part)
-            f[part] = atomic_factor(parts[part], sq_s, sites[i], i, xdt, bk, kv, flag);
-        const complex sum = site_sum(g, sq_s, over, i);
-        for (int part = 0; part < num_parts; ++part)
-            fg[part] = c_add(fg[part], c_mul(sum, f[part]));
-    }
-}
+// ---- structure factors ----------------------------------------------------------------------
 
-static complex calc_fg(fg_part part, hkl g, const fg_sum& over, atom* sites, const xdt_tbl* xdt, const bk_tbl* bk,
-                       double kv, lattice lat, int& flag) {
-    complex fg;
-    calc_fgs(1, &part, g, over, sites, xdt, bk, kv, lat, &fg, flag);
+static double sq_s_of(hkl g, lattice lat) { return sq_abs(hkl2rhkl(g.h, g.k, g.l), lat) * 0.25; }
+
+complex crystal_fg(fg_part part, hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, int& flag) {
+    const double sq_s = sq_s_of(g, lat);
+    complex fg = {0.0, 0.0};
+    flag = 0;
+    for (int i = 0; i < crystal.num_site; ++i) {
+        set_equivalent_B(crystal.site[i], lat);
+        const complex f = atomic_factor(part, sq_s, crystal, i, kv, flag);
+        fg = c_add(fg, c_mul(site_sum(g, sq_s, crystal, phases, i), f));
+    }
     return fg;
 }
 
-static fg_sum sum_over(const csd& crystal, phase_table* phases) {
-    return {crystal.num_sym_op, crystal.sym_op, crystal.num_site, crystal.site, phases};
-}
-
-complex crystal_fg(fg_part part, hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, int& flag) {
-    return calc_fg(part, g, sum_over(crystal, phases), crystal.site, crystal.xdt, crystal.bk, kv, lat, flag);
-}
-
 complex crystal_fg_ela(hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, complex& z_factor) {
-    static const fg_part parts[2] = {fg_ela, fg_z};
-    int unused_flag; // the elastic factors have no limit that matters here
-    complex fg[2];
-    calc_fgs(2, parts, g, sum_over(crystal, phases), crystal.site, crystal.xdt, crystal.bk, kv, lat, fg, unused_flag);
-    z_factor = fg[1];
-    return fg[0];
+    const double sq_s = sq_s_of(g, lat);
+    int unused_flag = 0; // the elastic factors have no limit that matters here
+    complex fg = {0.0, 0.0};
+    z_factor = {0.0, 0.0};
+    for (int i = 0; i < crystal.num_site; ++i) {
+        set_equivalent_B(crystal.site[i], lat);
+        const complex f = atomic_factor(fg_ela, sq_s, crystal, i, kv, unused_flag);
+        const complex sum = site_sum(g, sq_s, crystal, phases, i);
+        fg = c_add(fg, c_mul(sum, f));
+        z_factor = c_add(z_factor, c_mul(sum, {crystal.xdt[i].z, 0.0}));
+    }
+    return fg;
 }
 
-complex calc_structure_factor(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
-                              const xdt_tbl* xdt, const bk_tbl* bk, double kv, lattice lat, int& flag) {
-    return calc_fg(fg_total, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, xdt, bk, kv, lat, flag);
+complex calc_structure_factor(hkl g, csd& crystal, double kv, lattice lat, int& flag) {
+    return crystal_fg(fg_total, g, crystal, kv, lat, nullptr, flag);
 }
 
-complex calc_Fg_ela(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
-                    const xdt_tbl* xdt, const bk_tbl* bk, double kv, lattice lat) {
+complex calc_Fg_ela(hkl g, csd& crystal, double kv, lattice lat) {
     int flag;
-    return calc_fg(fg_ela, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, xdt, bk, kv, lat, flag);
+    return crystal_fg(fg_ela, g, crystal, kv, lat, nullptr, flag);
 }
 
-complex calc_Fg_inela(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
-                      const bk_tbl* bk, double kv, lattice lat) {
+complex calc_Fg_inela(hkl g, csd& crystal, double kv, lattice lat) {
     int flag;
-    return calc_fg(fg_inela, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, nullptr, bk, kv, lat,
-                   flag);
+    return crystal_fg(fg_inela, g, crystal, kv, lat, nullptr, flag);
 }
 
-complex calc_z_factor(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
-                      const xdt_tbl* xdt, lattice lat) {
+complex calc_z_factor(hkl g, csd& crystal, lattice lat) {
     int flag;
     const double no_kv = 0.0; // nuclear charges know no voltage
-    return calc_fg(fg_z, {h, k, l}, {num_sym_op, sym_ops, num_site, sites, nullptr}, sites, xdt, nullptr, no_kv, lat,
-                   flag);
+    return crystal_fg(fg_z, g, crystal, no_kv, lat, nullptr, flag);
 }
 
-double calc_F_0_re(int num_sym_op, int num_site, const atom* sites, const bk_tbl* bk) {
+complex structure_factor_ext(hkl g, csd& crystal, double kv, lattice lat, phase_table* phases, int& flag) {
+    flag = 0;
+    if (extinction_rule(g.h, g.k, g.l, crystal.latt_type, crystal.r_hex_axes) != 0)
+        return {0.0, 0.0};
+    return crystal_fg(fg_total, g, crystal, kv, lat, phases, flag);
+}
+
+double calc_F_0_re(const csd& crystal) {
     const double any_kv = 100.0; // f at zero angle does not depend on the voltage
     double sum = 0.0;
-    for (int i = 0; i < num_site; ++i) {
+    for (int i = 0; i < crystal.num_site; ++i) {
         double f[2];
-        atom_bk(bk[i], 0.0, 0.0, f, any_kv);
-        sum += f[0] * sites[i].occupancy * num_sym_op * sites[i].multiplicity;
+        atom_bk(crystal.bk[i], 0.0, 0.0, f, any_kv);
+        sum += f[0] * crystal.site[i].occupancy * crystal.num_sym_op * crystal.site[i].multiplicity;
     }
     return sum;
 }
 
-complex structure_factor_ext(int h, int k, int l, int num_sym_op, const sym_op* sym_ops, int num_site, atom* sites,
-                             const xdt_tbl* xdt, const bk_tbl* bk, double kv, lattice lat,
-                             const char* latt_type, int r_hex_axes, int& flag) {
-    if (extinction_rule(h, k, l, latt_type, r_hex_axes) != 0) {
-        flag = 0;
-        return {0.0, 0.0};
-    }
-    return calc_structure_factor(h, k, l, num_sym_op, sym_ops, num_site, sites, xdt, bk, kv, lat, flag);
-}
-
-complex lofg_to_fg(int h, int k, int l, int lof_type, const lofg_value& value, int num_sym_op, const sym_op* sym_ops,
-                   int num_site, atom* sites, const bk_tbl* bk, const xdt_tbl* /*xdt*/, double kv, lattice lat) {
+complex lofg_to_fg(int entry, csd& crystal, double kv, lattice lat) {
+    const hkl g = crystal.lofg_hkl[entry];
+    const lofg_value& value = crystal.lofg[entry];
+    const int lof_type = crystal.lof_type;
     if (lof_type == lof_fg)
         return {value.fg_re, value.fg_im};
     if (lof_type != lof_fg_ela && lof_type != lof_f && lof_type != lof_f_inela)
@@ -203,10 +173,9 @@ complex lofg_to_fg(int h, int k, int l, int lof_type, const lofg_value& value, i
 
     complex fg = {value.fg_ela_re, value.fg_ela_im};
     if (lof_type != lof_fg_ela)
-        fg = calc_structure_factor_ph(h, k, l, sq_abs(hkl2rhkl(h, k, l), lat) * 0.25, num_sym_op, sym_ops,
-                                      num_site, sites, value.f_ela, value.f_inela);
+        fg = calc_structure_factor_ph(g, sq_s_of(g, lat), crystal, value.f_ela, value.f_inela);
     if (lof_type != lof_f)
-        fg = c_add(fg, calc_Fg_inela(h, k, l, num_sym_op, sym_ops, num_site, sites, bk, kv, lat));
+        fg = c_add(fg, calc_Fg_inela(g, crystal, kv, lat));
     return fg;
 }
 

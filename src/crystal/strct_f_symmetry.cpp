@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "crystal/strct_f.h"
+#include "crystal/strct_f_symmetry.h"
 
 #include <cmath>
 #include <cstdlib>

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <tuple>
 #include <type_traits>
 
 namespace orvel {
@@ -69,6 +70,18 @@ T**** new_tensor4(std::size_t d0, std::size_t d1, std::size_t d2, std::size_t d3
     void**** p = mmmmalloc(d0, d1, d2, size_product(d3, sizeof(T)));
     chk_tensor4(p);
     return reinterpret_cast<T****>(p);
+}
+
+template <class T>
+void copy_array(std::size_t n, const T* source, T* dest) {
+    for (std::size_t i = 0; i < n; ++i)
+        dest[i] = source[i];
+}
+
+// Hands each of a record's arrays, which a tuple of pointers to members names once, to the same use.
+template <class... Arrays, class Use>
+void each_array(const std::tuple<Arrays...>& arrays, Use use) {
+    std::apply([&](Arrays... array) { (use(array), ...); }, arrays);
 }
 
 } // namespace orvel

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
@@ -19,53 +20,30 @@ static void append(fit_value_list& list, double& value, fitpar& descriptor, fit_
     list.at[list.count++] = {&value, &descriptor, kind, set, t, r};
 }
 
-static void append_crystal(fit_value_list& list, double& value, fitpar& descriptor) {
-    append(list, value, descriptor, value_crystal, -1, -1, -1);
-}
-
-// By slot: the descriptors of beta23 and beta13 stand in this order, unlike the values.
-static void append_site(fit_value_list& list, atom& site, atom_fitpar& descriptors) {
-    for (int slot = 0; slot < num_atom_slots; ++slot)
-        for (const atom_value& entry : atom_values)
-            if (entry.slot == slot && (entry.only_bf == -1 || entry.only_bf == site.bf))
-                append_crystal(list, site.*entry.value, descriptors.slot[slot]);
-}
-
-static void append_lofg(fit_value_list& list, int lof_type, int num_site, lofg_value& value,
-                        lofg_fitpar_set& descriptor) {
-    switch (lof_type) {
-    case lof_fg:
-        append_crystal(list, value.fg_re, descriptor.fg_re);
-        append_crystal(list, value.fg_im, descriptor.fg_im);
-        break;
-    case lof_fg_ela:
-        append_crystal(list, value.fg_ela_re, descriptor.fg_ela_re);
-        append_crystal(list, value.fg_ela_im, descriptor.fg_ela_im);
-        break;
-    case lof_f:
-    case lof_f_inela:
-        for (int site = 0; site < num_site; ++site) {
-            append_crystal(list, value.f_ela[site], descriptor.f_ela[site]);
-            append_crystal(list, value.f_inela[site], descriptor.f_inela[site]);
-        }
-        break;
-    default:
-        ov_abort(stdout, "$$ Invalid lof_type %d. Abort.\n", lof_type);
+static void append_part(fit_value_list& list, csd& crystal, int part) {
+    for (int n = 0; n < num_values(crystal, part); ++n) {
+        const csd_value v = value_of(crystal, part, n);
+        if (v.value != nullptr)
+            append(list, *v.value, *v.descriptor, value_crystal, -1, -1, -1);
+        else if (part >= lofg_part(crystal, 0))
+            ov_abort(stdout, "$$ Invalid lof_type %d. Abort.\n", crystal.lof_type);
     }
 }
 
 fit_value_list list_csd_values(csd& crystal) {
-    const std::size_t sites = to_size(crystal.num_site);
-    const std::size_t capacity = 6 + size_product(sites, num_atom_values) +
-                                 size_product(to_size(crystal.num_lofg), 2 + 2 * sites);
+    std::size_t capacity = 0;
+    for (int part = cell_part; part < num_parts(crystal); ++part)
+        capacity += to_size(num_values(crystal, part));
     fit_value_list list = {0, new_vector<fit_value>(capacity)};
-    const cell_values cell = cell_of(crystal);
-    for (int i = 0; i < 6; ++i)
-        append_crystal(list, *cell.value[i], crystal.lp_fitpar[i]);
-    for (int i = 0; i < crystal.num_site; ++i)
-        append_site(list, crystal.site[i], crystal.site_fitpar[i]);
+    append_part(list, crystal, cell_part);
+    for (int i = 0; i < crystal.num_site; ++i) {
+        append_part(list, crystal, site_part(i));
+        // Numbers go by slot: beta23 comes before beta13, both in front of the occupancy.
+        if (crystal.site[i].bf == 1)
+            std::swap(list.at[list.count - 3], list.at[list.count - 2]);
+    }
     for (int i = 0; i < crystal.num_lofg; ++i)
-        append_lofg(list, crystal.lof_type, crystal.num_site, crystal.lofg[i], crystal.lofg_fitpar[i]);
+        append_part(list, crystal, lofg_part(crystal, i));
     return list;
 }
 
@@ -211,14 +189,11 @@ void fitpar_sigma_to_csd_fed(csd& crystal, int num_fed, fed* sets, int num_fitpa
 }
 
 // The search tells of an invalid crystal in the words of the constraint search.
-static void chk_searchable(const csd& crystal) {
-    for (int i = 0; i < crystal.num_site; ++i)
-        if (crystal.site[i].bf != 0 && crystal.site[i].bf != 1)
-            ov_error_exit(stdout, "invalid bf");
-    if (crystal.num_lofg > 0 && crystal.lof_type == lof_reserved)
-        ov_error_exit(stdout, "lof_type=5 not available");
-    if (crystal.num_lofg > 0 && (crystal.lof_type < lof_fg || crystal.lof_type > lof_f_inela))
-        ov_error_exit(stdout, "(fget_low_g_cst) invalid lof_type(=%d)", crystal.lof_type);
+static void chk_searchable(csd& crystal) {
+    for (int part = cell_part; part < num_parts(crystal); ++part)
+        for (int n = 0; n < num_values(crystal, part); ++n)
+            if (value_of(crystal, part, n).value == nullptr)
+                invalid_kind(crystal, part, "invalid bf");
 }
 
 fitpar search_csd_fed(int ntp, csd& crystal, int num_fed, fed* sets) {

@@ -97,8 +97,7 @@ void thickweight_set(int n, double* thick_wt);
 double thickness_average(int n, double width, const double* values, const double* thick_wt);
 
 // Scaled and averaged intensities of pixel p, reflection r, thickness t from the raw ones of its tilt.
-void scale_tav(int n, double scale, double width, int t, int T, int r, int p, int num_perturb, const double* thick_wt,
-               double** tilt_int, double*** tilt_p_int, double*** pix_int, double**** pix_p_int);
+void scale_tav(const fed& set, int p, int r, int t, cycle_intensities& calculated);
 
 // Kernel of pixel averaging (n x n, odd n), divided by its sum: a Gaussian for par above 0, the square
 // of sin(y)/y below. Written to convlt.dat.
@@ -115,29 +114,31 @@ double bicubic_intrpl(double xq, double yq, int nx, int ny, const double* x, con
 double bicub_intrpl(double xq, double yq, const double* x, const double* y, double** f);
 double bilin_intrpl(double u, double v, double f00, double f10, double f01, double f11);
 
-// The four measured points around (h, g), with the fractions u and v; flag is 1 outside the square.
-void find_mat_ii_obs(double h, double g, int num_obs_pix, int num_obs_pix_side,
-                     double obs_h_min, double obs_h_max, double obs_g_min, double obs_g_max,
-                     const pixel* obs_pixel, const double* obs_raw, const double* sig_raw, double& u, double& v,
-                     double& i00, double& i10, double& i01, double& i11,
-                     double& s00, double& s10, double& s01, double& s11, int& flag);
+// The four measured points around a point, which lies at the fractions u and v between them: intensities
+// and sigmas. Index 1 is the next one along h, then along g.
+struct measured_cell {
+    double u, v;
+    double i00, i10, i01, i11;
+    double s00, s10, s01, s11;
+};
 
-// Samples a measured pattern at the shifted pixels of the grid. flag is 1 if any lies outside.
-void calc_extr_obs_int(double H_shift, double G_shift, int num_obs_pix, int num_obs_pix_side,
-                       double obs_h_min, double obs_h_max, double obs_g_min, double obs_g_max,
-                       const pixel* obs_pixel, const double* obs_raw, const double* sig_raw,
-                       int num_pix, int num_pix_side, const pixel* grid, const double* cal,
-                       double* obs, double* sig, int& flag);
+// The points around (h, g) in a measured pattern of intensity; flag is 1 outside its square.
+measured_cell find_mat_ii_obs(double h, double g, const ei& intensity, const double* obs_raw, const double* sig_raw,
+                              int& flag);
+
+// Samples the measured pattern of reflection r and thickness t at the shifted pixels of the grid, into obs
+// and sig. flag is 1 if any lies outside.
+void calc_extr_obs_int(double H_shift, double G_shift, ei& intensity, int r, int t, int& flag);
 
 // All reflections and thicknesses of a data set; tells of those with points outside.
 void set_extr_obs_int(int T, int R, const fed& set, ei& intensity, std::FILE* log);
 
 // Slope grad[ix][iy] of pattern[ix][iy] over a step along the first or second index; lower and upper
-// are the bounds of the axes x and y. Where no neighbour is inside (flag) it is 0. A step below 0 or
+// are the bounds of that axis. Where no neighbour is inside (flag) it is 0. A step below 0 or
 // above the pitch ends the process.
-void calc_Hshift_grad(double step, double lower, double upper, int nx, int ny, const double* x, const double* y,
+void calc_Hshift_grad(double step, double lower, double upper, int nx, int ny,
                       double** pattern, int** flag, double** grad);
-void calc_Gshift_grad(double step, double lower, double upper, int nx, int ny, const double* x, const double* y,
+void calc_Gshift_grad(double step, double lower, double upper, int nx, int ny,
                       double** pattern, int** flag, double** grad);
 
 // ---- residuals ------------------------------------------------------------------------------
@@ -174,9 +175,8 @@ void print_Rw_factors(std::FILE* log, int num_fed, const fed* sets, const ei* in
 void print_scaled_Rw_factors(std::FILE* stream, int num_fed, const fed* sets, const ei* intensities);
 void print_int_ratio(std::FILE* stream, int num_fed, const fed* sets, const ei* intensities);
 
-// One file base%d.txt for each data set with observed and calculated patterns. a .. gamma is the cell.
-void fit_res_output(int num_fed, const fed* sets, const ei* intensities, double a, double b, double c,
-                    double alpha, double beta, double gamma, const char* base);
+// One file base%d.txt for each data set with observed and calculated patterns, under the cell.
+void fit_res_output(int num_fed, const fed* sets, const ei* intensities, const csd& crystal, const char* base);
 
 // Refined parameters with their esd; shifts go to a file of their own.
 void par_output_short(csd& crystal, int num_fed, fed* sets, std::FILE* log, const char* shift_file);
@@ -201,7 +201,7 @@ void output_FIT_MODE_file(const char* name, csd& crystal, int max_iteration, int
 void print_fit_mode_opening(std::FILE* stream, const char* name);
 void print_EPS_CONTROL_PARAMETERS(std::FILE* stream);
 void print_CRYSTAL_STRUCTURE_DATA(std::FILE* stream, csd& crystal);
-void print_LOW_ORDER_FG(std::FILE* stream, const csd& crystal);
+void print_LOW_ORDER_FG(std::FILE* stream, csd& crystal);
 void print_calcpar1(std::FILE* stream, int i, const fed* sets);
 void print_BEAM_SEARCH(std::FILE* stream, const fed& set);
 void print_THICKNESS_BLOCK(std::FILE* stream, int i, int t, const fed* sets, const ei* intensities);

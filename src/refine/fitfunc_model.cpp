@@ -82,17 +82,17 @@ double thickness_average(int n, double width, const double* values, const double
     return sum;
 }
 
-void scale_tav(int n, double scale, double width, int t, int T, int r, int p, int num_perturb, const double* thick_wt,
-               double** tilt_int, double*** tilt_p_int, double*** pix_int, double**** pix_p_int) {
-    if (n < 0)
+void scale_tav(const fed& set, int p, int r, int t, cycle_intensities& c) {
+    if (c.n < 0)
         ov_abort(stdout, "$$ num_thickwidth must not be less than 0. Abort.\n");
-    const int group = 2 * n + 1;
+    const int group = 2 * c.n + 1, T = set.num_thickness;
+    const double width = set.thickness_width[t];
     // The average is linear, so that the scale may follow it.
-    const double c = scale * epsilon.intensity_scaling;
-    pix_int[p][r][t] = c * thickness_average(n, width, tilt_int[r] + t * group, thick_wt);
-    pix_int[p][r][T + t] = c * thickness_average(n, width, tilt_int[r] + (T + t) * group, thick_wt);
-    for (int k = 0; k < num_perturb; ++k)
-        pix_p_int[p][r][t][k] = c * thickness_average(n, width, tilt_p_int[k][r] + t * group, thick_wt);
+    const double scale = set.scale_factor[t] * epsilon.intensity_scaling;
+    c.pix_int[p][r][t] = scale * thickness_average(c.n, width, c.tilt_int[r] + t * group, c.thick_wt);
+    c.pix_int[p][r][T + t] = scale * thickness_average(c.n, width, c.tilt_int[r] + (T + t) * group, c.thick_wt);
+    for (int k = 0; k < c.num_perturb; ++k)
+        c.pix_p_int[p][r][t][k] = scale * thickness_average(c.n, width, c.tilt_p_int[k][r] + t * group, c.thick_wt);
 }
 
 // ---- pixel averaging ------------------------------------------------------------------------
@@ -215,49 +215,38 @@ static void measured_point(int ia, int ib, int n, const double* obs_raw, const d
     sigma = exists ? sig_raw[ia + ib * n] : 1.0;
 }
 
-void find_mat_ii_obs(double h, double g, int /*num_obs_pix*/, int num_obs_pix_side,
-                     double obs_h_min, double obs_h_max, double obs_g_min, double obs_g_max,
-                     const pixel* /*obs_pixel*/, const double* obs_raw, const double* sig_raw, double& u, double& v,
-                     double& i00, double& i10, double& i01, double& i11,
-                     double& s00, double& s10, double& s01, double& s11, int& flag) {
-    const int n = num_obs_pix_side;
-    flag = 0;
-    if (!(h >= obs_h_min && h <= obs_h_max && g >= obs_g_min && g <= obs_g_max)) {
-        i00 = i10 = i01 = i11 = 0.0;
-        s00 = s10 = s01 = s11 = 1.0;
-        u = v = 0.0;
-        flag = 1;
-        return;
-    }
-    const double a = (h - obs_h_min) * (n - 1) / (obs_h_max - obs_h_min);
-    const double b = (g - obs_g_min) * (n - 1) / (obs_g_max - obs_g_min);
+measured_cell find_mat_ii_obs(double h, double g, const ei& e, const double* obs_raw, const double* sig_raw,
+                              int& flag) {
+    const int n = e.num_obs_pix_side;
+    flag = h >= e.obs_h_min && h <= e.obs_h_max && g >= e.obs_g_min && g <= e.obs_g_max ? 0 : 1;
+    if (flag == 1)
+        return {0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 1.0, 1.0, 1.0, 1.0};
+    const double a = (h - e.obs_h_min) * (n - 1) / (e.obs_h_max - e.obs_h_min);
+    const double b = (g - e.obs_g_min) * (n - 1) / (e.obs_g_max - e.obs_g_min);
     const int ia = real_to_int(a);
     const int ib = real_to_int(b);
-    u = a - ia;
-    v = b - ib;
-    measured_point(ia, ib, n, obs_raw, sig_raw, i00, s00);
-    measured_point(ia + 1, ib, n, obs_raw, sig_raw, i10, s10);
-    measured_point(ia, ib + 1, n, obs_raw, sig_raw, i01, s01);
-    measured_point(ia + 1, ib + 1, n, obs_raw, sig_raw, i11, s11);
+    measured_cell c;
+    c.u = a - ia;
+    c.v = b - ib;
+    measured_point(ia, ib, n, obs_raw, sig_raw, c.i00, c.s00);
+    measured_point(ia + 1, ib, n, obs_raw, sig_raw, c.i10, c.s10);
+    measured_point(ia, ib + 1, n, obs_raw, sig_raw, c.i01, c.s01);
+    measured_point(ia + 1, ib + 1, n, obs_raw, sig_raw, c.i11, c.s11);
+    return c;
 }
 
-void calc_extr_obs_int(double H_shift, double G_shift, int num_obs_pix, int num_obs_pix_side,
-                       double obs_h_min, double obs_h_max, double obs_g_min, double obs_g_max,
-                       const pixel* obs_pixel, const double* obs_raw, const double* sig_raw,
-                       int num_pix, int /*num_pix_side*/, const pixel* grid, const double* /*cal*/,
-                       double* obs, double* sig, int& flag) {
+void calc_extr_obs_int(double H_shift, double G_shift, ei& e, int r, int t, int& flag) {
     flag = 0;
-    for (int p = 0; p < num_pix; ++p) {
-        if (grid[p].flag != 1)
+    for (int p = 0; p < e.num_pix; ++p) {
+        const pixel& at = e.pixel[p];
+        if (at.flag != 1)
             continue;
-        double u, v, i00, i10, i01, i11, s00, s10, s01, s11;
         int outside;
-        find_mat_ii_obs(grid[p].h - H_shift, grid[p].g - G_shift, num_obs_pix, num_obs_pix_side,
-                        obs_h_min, obs_h_max, obs_g_min, obs_g_max, obs_pixel, obs_raw, sig_raw,
-                        u, v, i00, i10, i01, i11, s00, s10, s01, s11, outside);
-        obs[p] = bilin_intrpl(u, v, i00, i10, i01, i11);
-        const bool measured = s00 > 0 && s10 > 0 && s01 > 0 && s11 > 0;
-        sig[p] = measured ? bilin_intrpl(u, v, s00, s10, s01, s11) : not_measured;
+        const measured_cell c =
+            find_mat_ii_obs(at.h - H_shift, at.g - G_shift, e, e.obs_raw[r][t], e.sig_raw[r][t], outside);
+        e.obs[r][t][p] = bilin_intrpl(c.u, c.v, c.i00, c.i10, c.i01, c.i11);
+        const bool measured = c.s00 > 0 && c.s10 > 0 && c.s01 > 0 && c.s11 > 0;
+        e.sig[r][t][p] = measured ? bilin_intrpl(c.u, c.v, c.s00, c.s10, c.s01, c.s11) : not_measured;
         if (outside != 0)
             flag = 1;
     }
@@ -268,10 +257,7 @@ void set_extr_obs_int(int T, int R, const fed& set, ei& intensity, std::FILE* lo
     for (int t = 0; t < T; ++t) {
         for (int r = 0; r < R; ++r) {
             int flag;
-            calc_extr_obs_int(set.H_shift[r][t], set.G_shift[r][t], e.num_obs_pix, e.num_obs_pix_side,
-                              e.obs_h_min, e.obs_h_max, e.obs_g_min, e.obs_g_max,
-                              e.obs_pixel, e.obs_raw[r][t], e.sig_raw[r][t], e.num_pix, e.num_pix_side,
-                              e.pixel, e.cal[r][t], e.obs[r][t], e.sig[r][t], flag);
+            calc_extr_obs_int(set.H_shift[r][t], set.G_shift[r][t], e, r, t, flag);
             if (flag != 0)
                 ov_fprintf_stdo(log, "$$Warning: out of area. g=%d %d %d\n",
                                 e.reflex_hkl[r].h, e.reflex_hkl[r].k, e.reflex_hkl[r].l);
@@ -322,7 +308,7 @@ static double relative_step(char axis, double step, double lower, double upper, 
     return step / pitch;
 }
 
-void calc_Hshift_grad(double step, double lower, double upper, int nx, int ny, const double* /*x*/, const double* /*y*/,
+void calc_Hshift_grad(double step, double lower, double upper, int nx, int ny,
                       double** pattern, int** flag, double** grad) {
     const double d = relative_step('H', step, lower, upper, nx);
     double* f = new_vector<double>(to_size(nx));
@@ -342,7 +328,7 @@ void calc_Hshift_grad(double step, double lower, double upper, int nx, int ny, c
     std::free(inside);
 }
 
-void calc_Gshift_grad(double step, double lower, double upper, int nx, int ny, const double* /*x*/, const double* /*y*/,
+void calc_Gshift_grad(double step, double lower, double upper, int nx, int ny,
                       double** pattern, int** flag, double** grad) {
     const double d = relative_step('G', step, lower, upper, ny);
     for (int ix = 0; ix < nx; ++ix)

@@ -29,13 +29,13 @@ static void print_reflection(std::FILE* file, const fed& set, const ei& e, int r
     ov_fprintf(file, "}RF\n");
 }
 
-static void print_fit_result(std::FILE* file, int i, const fed& set, const ei& e, const double cell[6]) {
+static void print_fit_result(std::FILE* file, int i, const fed& set, const ei& e, const csd& c) {
     ov_fprintf(file, "FIT_RESULT\n");
     ov_fprintf(file, "#Dataset no. %d\n", i);
     ov_fprintf(file, "CR_PAR{\n");
     ov_fprintf(file, "# lattice parameter\n");
     ov_fprintf(file, "# a,b,c,alpha,beta,gamma\n");
-    ov_fprintf(file, "%g  %g  %g  %g  %g  %g\n", cell[0], cell[1], cell[2], cell[3], cell[4], cell[5]);
+    ov_fprintf(file, "%g  %g  %g  %g  %g  %g\n", c.a, c.b, c.c, c.alpha, c.beta, c.gamma);
     ov_fprintf(file, "%d  %d  %d    # incident direction\n", set.zone_uvw.u, set.zone_uvw.v, set.zone_uvw.w);
     ov_fprintf(file, "%g  %g  %g    # zolzbase1\n", set.zolzbase1.h, set.zolzbase1.k, set.zolzbase1.l);
     ov_fprintf(file, "%g  %g    # tiltH tiltG\n", set.h_tilt, set.g_tilt);
@@ -54,15 +54,13 @@ static void print_fit_result(std::FILE* file, int i, const fed& set, const ei& e
     }
 }
 
-void fit_res_output(int num_fed, const fed* sets, const ei* intensities, double a, double b, double c,
-                    double alpha, double beta, double gamma, const char* base) {
-    const double cell[6] = {a, b, c, alpha, beta, gamma};
+void fit_res_output(int num_fed, const fed* sets, const ei* intensities, const csd& crystal, const char* base) {
     for (int i = 0; i < num_fed; ++i) {
         char name[path_max];
         std::snprintf(name, sizeof name, "%s%d.txt", base, i);
         std::FILE* file = ov_fopen_chk_wmode(name);
         ov_fprintf(stdout, "Result: res file      -- %s\n", name);
-        print_fit_result(file, i, sets[i], intensities[i], cell);
+        print_fit_result(file, i, sets[i], intensities[i], crystal);
         ov_fclose(file);
     }
 }
@@ -83,48 +81,27 @@ void fprintf_fitpar_stdo(const fitpar& descriptor, double value, std::FILE* stre
     fprintf_fitpar(descriptor, value, stdout);
 }
 
-static void report_site(const atom& site, const atom_fitpar& descriptors, std::FILE* log) {
-    if (site.bf != 0 && site.bf != 1)
-        ov_abort(stdout, "Invalid b_flag.\n");
-    for (const atom_value& entry : atom_values)
-        if (entry.only_bf == -1 || entry.only_bf == site.bf)
-            fprintf_fitpar_stdo(descriptors.slot[entry.slot], site.*entry.value, log);
-}
-
-static void report_lofg(const csd& crystal, int i, std::FILE* log) {
-    const lofg_value& value = crystal.lofg[i];
-    const lofg_fitpar_set& descriptor = crystal.lofg_fitpar[i];
-    switch (crystal.lof_type) {
-    case lof_fg:
-        fprintf_fitpar_stdo(descriptor.fg_re, value.fg_re, log);
-        fprintf_fitpar_stdo(descriptor.fg_im, value.fg_im, log);
-        break;
-    case lof_fg_ela:
-        fprintf_fitpar_stdo(descriptor.fg_ela_re, value.fg_ela_re, log);
-        fprintf_fitpar_stdo(descriptor.fg_ela_im, value.fg_ela_im, log);
-        break;
-    case lof_f:
-    case lof_f_inela:
-        for (int site = 0; site < crystal.num_site; ++site) {
-            fprintf_fitpar_stdo(descriptor.f_ela[site], value.f_ela[site], log);
-            if (crystal.lof_type == lof_f)
-                fprintf_fitpar_stdo(descriptor.f_inela[site], value.f_inela[site], log);
-        }
-        break;
-    default:
-        ov_fprintf(stdout, "$$ invalid lof_type (=%d).\n", crystal.lof_type);
-        break;
+// Every value of a part, or every second one.
+static void report_part(csd& crystal, int part, int step, std::FILE* log) {
+    for (int n = 0; n < num_values(crystal, part); n += step) {
+        const csd_value v = value_of(crystal, part, n);
+        if (v.value == nullptr)
+            ov_fprintf(stdout, "$$ invalid lof_type (=%d).\n", crystal.lof_type);
+        else
+            fprintf_fitpar_stdo(*v.descriptor, *v.value, log);
     }
 }
 
 static void report_crystal(csd& crystal, std::FILE* log) {
-    const cell_values cell = cell_of(crystal);
-    for (int i = 0; i < 6; ++i)
-        fprintf_fitpar_stdo(crystal.lp_fitpar[i], *cell.value[i], log);
-    for (int i = 0; i < crystal.num_site; ++i)
-        report_site(crystal.site[i], crystal.site_fitpar[i], log);
+    report_part(crystal, cell_part, 1, log);
+    for (int i = 0; i < crystal.num_site; ++i) {
+        if (crystal.site[i].bf != 0 && crystal.site[i].bf != 1)
+            ov_abort(stdout, "Invalid b_flag.\n");
+        report_part(crystal, site_part(i), 1, log);
+    }
+    const int step = crystal.lof_type == lof_f_inela ? 2 : 1; // this kind reports f_ela alone
     for (int i = 0; i < crystal.num_lofg; ++i)
-        report_lofg(crystal, i, log);
+        report_part(crystal, lofg_part(crystal, i), step, log);
 }
 
 static void report_data_set(const fed& set, std::FILE* log, const char* shift_name, std::FILE* shifts) {

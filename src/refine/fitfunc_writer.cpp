@@ -57,18 +57,24 @@ static void print_fitting_remarks(std::FILE* stream) {
 
 // ---- the crystal ----------------------------------------------------------------------------
 
-static void print_site(std::FILE* stream, const atom& site, const atom_fitpar& descriptors) {
+// Values begin .. end - 1 of a part.
+static void print_values(std::FILE* stream, csd& crystal, int part, int begin, int end) {
+    for (int n = begin; n < end; ++n) {
+        const csd_value v = value_of(crystal, part, n);
+        fprintf_cstr(*v.descriptor, *v.value, v.label, stream);
+    }
+}
+
+static void print_site(std::FILE* stream, csd& crystal, int i) {
+    const int part = site_part(i);
+    const atom& site = crystal.site[i];
     if (site.bf != 0 && site.bf != 1)
         ov_abort(stdout, "$$ Invalid b_flag. Abort.\n");
     ov_fprintf(stream, "SITE{\n");
     ov_fprintf(stream, "%s\n", site.element);
-    for (const atom_value& entry : atom_values) {
-        // As when it is read, the kind of temperature factor stands in front of its values.
-        if (entry.slot == slot_B)
-            ov_fprintf(stream, "%d    # B type (0: isotropic, 1:anisotropic)\n", site.bf);
-        if (entry.only_bf == -1 || entry.only_bf == site.bf)
-            fprintf_cstr(descriptors.slot[entry.slot], site.*entry.value, entry.label, stream);
-    }
+    print_values(stream, crystal, part, 0, temperature_place);
+    ov_fprintf(stream, "%d    # B type (0: isotropic, 1:anisotropic)\n", site.bf);
+    print_values(stream, crystal, part, temperature_place, num_values(crystal, part));
     ov_fprintf(stream, "%d  # f-table (0:Mott+BK, 1:B&K)\n", site.af);
     ov_fprintf(stream, "}SITE\n");
 }
@@ -93,27 +99,15 @@ static void print_lof_head(std::FILE* stream, int lof_type) {
     }
 }
 
-static void print_lof_entry(std::FILE* stream, const csd& crystal, int i) {
+static void print_lof_entry(std::FILE* stream, csd& crystal, int i) {
     const hkl g = crystal.lofg_hkl[i];
-    const lofg_value& value = crystal.lofg[i];
-    const lofg_fitpar_set& descriptor = crystal.lofg_fitpar[i];
+    const int part = lofg_part(crystal, i);
     ov_fprintf(stream, "#\n");
     ov_fprintf(stream, "%d  %d  %d  #hkl\n", g.h, g.k, g.l);
-    if (crystal.lof_type == lof_fg) {
-        fprintf_cstr(descriptor.fg_re, value.fg_re, "Fg.re [A]", stream);
-        fprintf_cstr(descriptor.fg_im, value.fg_im, "Fg.im [A]", stream);
-    } else if (crystal.lof_type == lof_fg_ela) {
-        fprintf_cstr(descriptor.fg_ela_re, value.fg_ela_re, "Fg_ela.re [A]", stream);
-        fprintf_cstr(descriptor.fg_ela_im, value.fg_ela_im, "Fg_ela.im [A]", stream);
-    } else {
-        for (int site = 0; site < crystal.num_site; ++site) {
-            fprintf_cstr(descriptor.f_ela[site], value.f_ela[site], "f_ela [A]", stream);
-            fprintf_cstr(descriptor.f_inela[site], value.f_inela[site], "f_inela [A]", stream);
-        }
-    }
+    print_values(stream, crystal, part, 0, num_values(crystal, part));
 }
 
-void print_LOW_ORDER_FG(std::FILE* stream, const csd& crystal) {
+void print_LOW_ORDER_FG(std::FILE* stream, csd& crystal) {
     ov_fprintf(stream, "#\n");
     ov_fprintf(stream, "%s", single_rule);
     ov_fprintf(stream, "# Low-order Fg for electrons\n");
@@ -135,21 +129,18 @@ void print_LOW_ORDER_FG(std::FILE* stream, const csd& crystal) {
 }
 
 void print_CRYSTAL_STRUCTURE_DATA(std::FILE* stream, csd& crystal) {
-    static const char* const cell_labels[6] = {"a[A]", "b[A]", "c[A]", "alpha[deg.]", "beta[deg.]", "gamma[deg.]"};
     ov_fprintf(stream, "CRYSTAL_STRUCTURE_DATA{\n");
     ov_fprintf(stream, "#\n");
     ov_fprintf(stream, "LATTICE{\n");
     ov_fprintf(stream, "%d    # space group number\n", crystal.sg_no);
     ov_fprintf(stream, "# lattice parameter\n");
-    const cell_values cell = cell_of(crystal);
-    for (int i = 0; i < 6; ++i)
-        fprintf_cstr(crystal.lp_fitpar[i], *cell.value[i], cell_labels[i], stream);
+    print_values(stream, crystal, cell_part, 0, num_values(crystal, cell_part));
     ov_fprintf(stream, "}LATTICE\n");
     ov_fprintf(stream, "#\n");
     ov_fprintf(stream, "ATOM{\n");
     ov_fprintf(stream, "%d    # number of independent sites\n", crystal.num_site);
     for (int i = 0; i < crystal.num_site; ++i)
-        print_site(stream, crystal.site[i], crystal.site_fitpar[i]);
+        print_site(stream, crystal, i);
     ov_fprintf(stream, "}ATOM\n");
     print_LOW_ORDER_FG(stream, crystal);
     ov_fprintf(stream, "#\n");

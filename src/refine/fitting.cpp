@@ -48,47 +48,46 @@ void perturbed_potential_matrix(int num_perturb, complex*** pvg, csd& crystal, c
     free_matrix(vg);
 }
 
-void calc_K_xy_cbed(int& num_pix, int& num_k_points_effective, r_hkl* K_t, pixel* grid, double h_tilt, double g_tilt,
-                    uvw zone_uvw, r_hkl zolzbase1, lattice lat, int calc_type, double disksize, int num_pix_side) {
-    if (calc_type != mesh_disk && calc_type != mesh_square)
-        ov_abort(stderr, "$$(Calc_K_xy_cbed) Invalid calc_type (=%d). Abort.\n", calc_type);
-    const int n = num_pix_side;
-    const double D = disksize;
-    const r_hkl e1 = zolzbase1;
-    const r_hkl e2 = zolz_ort_base(zone_uvw, e1, lat);
-    num_pix = n * n;
-    num_k_points_effective = 0;
+void calc_K_xy_cbed(const fed& set, lattice lat, ei& intensity, r_hkl* K_t, int& effective) {
+    if (set.calc_type != mesh_disk && set.calc_type != mesh_square)
+        ov_abort(stderr, "$$(Calc_K_xy_cbed) Invalid calc_type (=%d). Abort.\n", set.calc_type);
+    const int n = set.num_pix_side;
+    const double D = set.disksize;
+    const r_hkl e1 = set.zolzbase1;
+    const r_hkl e2 = zolz_ort_base(set.zone_uvw, e1, lat);
+    intensity.num_pix = n * n;
+    effective = 0;
     int p = 0;
     for (int iy = 0; iy < n; ++iy) {
         for (int ix = 0; ix < n; ++ix) {
-            const double G = iy * (D + D) / (n - 1) + (g_tilt - D);
-            const double H = ix * (D + D) / (n - 1) + (h_tilt - D);
-            const double x = H - h_tilt, y = G - g_tilt;
-            const bool inside = calc_type == mesh_square || std::sqrt(x * x + y * y) < D + epsilon.general_eps;
-            grid[p] = {ix, iy, inside ? 1 : 0, H, G};
+            const double G = iy * (D + D) / (n - 1) + (set.g_tilt - D);
+            const double H = ix * (D + D) / (n - 1) + (set.h_tilt - D);
+            const double x = H - set.h_tilt, y = G - set.g_tilt;
+            const bool inside = set.calc_type == mesh_square || std::sqrt(x * x + y * y) < D + epsilon.general_eps;
+            intensity.pixel[p] = {ix, iy, inside ? 1 : 0, H, G};
             K_t[p] = {(e1.h * H + e2.h * G) * 0.5, (e1.k * H + e2.k * G) * 0.5, (e1.l * H + e2.l * G) * 0.5};
-            num_k_points_effective += inside ? 1 : 0;
+            effective += inside ? 1 : 0;
             ++p;
         }
     }
-    if (p != num_pix)
+    if (p != intensity.num_pix)
         ov_abort(stdout, "$$ Wrong ct(=%d) in calc_K_xy_cbed. Abort.\n", p);
 }
 
 void chk_incidence(const fed& set, csd& crystal, lattice lat) {
     const std::size_t size = size_product(to_size(set.num_pix_side), to_size(set.num_pix_side));
     r_hkl* K_t = new_vector<r_hkl>(size);
-    pixel* grid = new_vector<pixel>(size);
-    int num_pix, effective;
-    calc_K_xy_cbed(num_pix, effective, K_t, grid, set.h_tilt, set.g_tilt, set.zone_uvw, set.zolzbase1, lat,
-                   set.calc_type, set.disksize, set.num_pix_side);
+    ei grid = {};
+    grid.pixel = new_vector<pixel>(size);
+    int effective;
+    calc_K_xy_cbed(set, lat, grid, K_t, effective);
     const double abs_K = chk_beam(set, crystal, lat);
     const double base_len = std::sqrt(sq_abs(set.zolzbase1, lat));
-    for (int p = 0; p < num_pix; ++p)
-        if (grid[p].flag == 1)
-            chk_tilt(abs_K, base_len, grid[p].h, grid[p].g);
+    for (int p = 0; p < grid.num_pix; ++p)
+        if (grid.pixel[p].flag == 1)
+            chk_tilt(abs_K, base_len, grid.pixel[p].h, grid.pixel[p].g);
     std::free(K_t);
-    std::free(grid);
+    std::free(grid.pixel);
 }
 
 void set_calc_intensity_ei(int R, int T, int P, ei& intensity, double*** pix_int) {
@@ -100,54 +99,51 @@ void set_calc_intensity_ei(int R, int T, int P, ei& intensity, double*** pix_int
 
 // ---- the pattern of one data set ------------------------------------------------------------
 
-// Stores of one data set in one cycle; R reflections, T thicknesses, n = epsilon.num_thickwidth,
-// P pixels, K crystal parameters. Without any, the stores of perturbations are null.
+// Stores of one data set in one cycle: R reflections, T thicknesses, P pixels.
 struct cycle_stores {
-    int R, T, n, P, K;
-    int num_thick;        // 2 T (2 n + 1) thicknesses of a tilt
-    int* out_beams;       // R places in the beam list
-    double* thick_list;   // num_thick
-    double* thick_wt;     // 2 n + 1
-    double** tilt_int;    // [r][num_thick]
-    double*** tilt_p_int; // [k][r][num_thick]
-    double*** pix_int;    // [p][r][2 T]
-    double**** pix_p_int; // [p][r][t][k]
-    r_hkl* K_t;           // P
+    int R, T, P;
+    int num_thick;      // 2 T (2 n + 1) thicknesses of a tilt
+    int* out_beams;     // R places in the beam list
+    double* thick_list; // num_thick
+    cycle_intensities calculated;
+    r_hkl* K_t; // P
     work_cal_int work;
 };
 
 static cycle_stores new_stores(const fed& set, const ei& intensity, int num_perturb) {
     cycle_stores s = {};
+    cycle_intensities& c = s.calculated;
     s.R = set.num_reflex;
     s.T = set.num_thickness;
-    s.n = epsilon.num_thickwidth;
     s.P = intensity.num_pix;
-    s.K = num_perturb;
-    const std::size_t R = to_size(s.R), T = to_size(s.T), P = to_size(s.P), K = to_size(s.K);
-    const std::size_t group = 2 * to_size(s.n) + 1, num_thick = size_product(2 * T, group);
+    c.n = epsilon.num_thickwidth;
+    c.num_perturb = num_perturb;
+    const std::size_t R = to_size(s.R), T = to_size(s.T), P = to_size(s.P), K = to_size(num_perturb);
+    const std::size_t group = 2 * to_size(c.n) + 1, num_thick = size_product(2 * T, group);
     s.num_thick = static_cast<int>(num_thick);
     s.out_beams = new_vector<int>(R);
     s.thick_list = new_vector<double>(countable(num_thick));
-    s.thick_wt = new_vector<double>(countable(group));
-    s.tilt_int = new_matrix<double>(R, num_thick);
-    s.pix_int = new_tensor<double>(P, R, 2 * T);
-    if (s.K > 0) {
-        s.tilt_p_int = new_tensor<double>(K, R, num_thick);
-        s.pix_p_int = new_tensor4<double>(P, R, T, K);
+    c.thick_wt = new_vector<double>(countable(group));
+    c.tilt_int = new_matrix<double>(R, num_thick);
+    c.pix_int = new_tensor<double>(P, R, 2 * T);
+    if (num_perturb > 0) {
+        c.tilt_p_int = new_tensor<double>(K, R, num_thick);
+        c.pix_p_int = new_tensor4<double>(P, R, T, K);
     }
     s.K_t = new_vector<r_hkl>(P);
-    alloc_work_cal_int(num_beams(set), s.R, s.K, s.work);
+    alloc_work_cal_int(num_beams(set), s.R, num_perturb, s.work);
     return s;
 }
 
 static void free_stores(cycle_stores& s) {
+    cycle_intensities& c = s.calculated;
     std::free(s.out_beams);
     std::free(s.thick_list);
-    std::free(s.thick_wt);
-    free_matrix(s.tilt_int);
-    free_tensor(s.tilt_p_int);
-    free_tensor(s.pix_int);
-    free_tensor4(s.pix_p_int);
+    std::free(c.thick_wt);
+    free_matrix(c.tilt_int);
+    free_tensor(c.tilt_p_int);
+    free_tensor(c.pix_int);
+    free_tensor4(c.pix_p_int);
     std::free(s.K_t);
     free_work_cal_int(s.work);
 }
@@ -164,11 +160,10 @@ static void find_reflections(fed& set, const ei& intensity, lattice lat, int* ou
 
 // Computes pixel p: its places in pix_int and pix_p_int.
 static void compute_pixel(const tilt_problem& problem, int p, const fed& set, cycle_stores& s) {
-    calc_intensity_with_perturb_ug(problem, s.K_t[p], s.tilt_int, s.tilt_p_int, s.work);
+    calc_intensity_with_perturb_ug(problem, s.K_t[p], s.calculated.tilt_int, s.calculated.tilt_p_int, s.work);
     for (int r = 0; r < s.R; ++r)
         for (int t = 0; t < s.T; ++t)
-            scale_tav(s.n, set.scale_factor[t], set.thickness_width[t], t, s.T, r, p, s.K, s.thick_wt,
-                      s.tilt_int, s.tilt_p_int, s.pix_int, s.pix_p_int);
+            scale_tav(set, p, r, t, s.calculated);
 }
 
 // The tilt loop; pixels outside the disk keep their zeros.
@@ -192,35 +187,35 @@ static void walk_pixels(const tilt_problem& problem, const fed& set, const pixel
 }
 
 // What all pixels share; refers to the stores.
-static tilt_problem tilt_problem_of(const fed& set, csd& crystal, complex** vg, complex*** pvg, const cycle_stores& s) {
-    tilt_problem problem = new_tilt_problem(set, crystal, vg, lattice_of(crystal));
+static tilt_problem tilt_problem_of(const fed& set, csd& crystal, const cycle_potentials& potentials,
+                                    const cycle_stores& s) {
+    tilt_problem problem = new_tilt_problem(set, crystal, potentials.vg, lattice_of(crystal));
     problem.num_g = s.R;
     problem.out_beams = s.out_beams;
     problem.num_thickness = s.num_thick;
     problem.thickness = s.thick_list;
-    problem.num_perturb = s.K;
-    problem.pvg = pvg;
+    problem.num_perturb = potentials.num_perturb;
+    problem.pvg = potentials.pvg;
     return problem;
 }
 
-void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, complex** vg, int num_perturb, complex*** pvg,
-                               int num_fitpar, double** alpha, double* beta, double& chisq, std::FILE* log) {
+void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, const cycle_potentials& potentials,
+                               normal_equations& equations, double& chisq, std::FILE* log) {
     const lattice lat = lattice_of(crystal);
-    cycle_stores s = new_stores(set, intensity, num_perturb);
-    thickweight_set(s.n, s.thick_wt);
-    thickness_set(set, s.n, s.thick_list);
+    cycle_stores s = new_stores(set, intensity, potentials.num_perturb);
+    thickweight_set(s.calculated.n, s.calculated.thick_wt);
+    thickness_set(set, s.calculated.n, s.thick_list);
     int effective;
-    calc_K_xy_cbed(intensity.num_pix, effective, s.K_t, intensity.pixel, set.h_tilt, set.g_tilt,
-                   set.zone_uvw, set.zolzbase1, lat, set.calc_type, set.disksize, set.num_pix_side);
+    calc_K_xy_cbed(set, lat, intensity, s.K_t, effective);
     find_reflections(set, intensity, lat, s.out_beams);
     ov_fprintf(stdout, "**CBED intensity calculation\n");
-    walk_pixels(tilt_problem_of(set, crystal, vg, pvg, s), set, intensity.pixel, effective, s);
-    set_calc_intensity_ei(s.R, s.T, s.P, intensity, s.pix_int);
+    walk_pixels(tilt_problem_of(set, crystal, potentials, s), set, intensity.pixel, effective, s);
+    set_calc_intensity_ei(s.R, s.T, s.P, intensity, s.calculated.pix_int);
     set_extr_obs_int(s.T, s.R, set, intensity, log);
     chisq = calc_chisq(set, intensity);
 
     double penalty;
-    eval_alpha_beta_rst(crystal, set, intensity, s.pix_int, s.pix_p_int, num_perturb, num_fitpar, alpha, beta, penalty);
+    eval_alpha_beta_rst(crystal, set, intensity, s.calculated, equations, penalty);
     ov_fprintf_stdo(log, "$$ chisq= %g, penalty_chisq= %g\n", chisq, penalty);
     chisq += penalty;
     free_stores(s);
@@ -228,37 +223,40 @@ void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, complex** 
 
 // ---- the cycle ------------------------------------------------------------------------------
 
+static cycle_potentials new_potentials(const fed& set, lattice lat, const fit_context& context) {
+    const std::size_t N = to_size(set.num_exact_beam + set.num_bethe_beam);
+    cycle_potentials potentials = {new_matrix<complex>(N, N), context.num_perturb, nullptr};
+    ov_fprintf(stdout, "**Potential:\n");
+    int flag;
+    potential_matrix_csd(set.num_exact_beam, set.num_bethe_beam, set.reflex_sel, *context.csd, set.kv, lat,
+                         potentials.vg, flag);
+    if (flag != 0)
+        ov_fprintf_stdo(context.log, "$$ Error in Fg. You should check params.\n");
+    debug_vg_dump(potentials.vg, static_cast<int>(N));
+    if (context.num_perturb < 1)
+        return potentials;
+    ov_fprintf(stdout, "**Perturbed potentials:\n");
+    ov_fflush(stdout);
+    potentials.pvg = new_tensor<complex>(to_size(context.num_perturb), N, N);
+    perturbed_potential_matrix(context.num_perturb, potentials.pvg, *context.csd, set, lat, flag);
+    if (flag != 0)
+        ov_fprintf_stdo(context.log, "$$ Error in Fg calc.  Please check parameters.\n");
+    return potentials;
+}
+
 // One data set: beams, potentials, pattern. Returns its chi-square.
-static double calc_data_set(int i, int num_fitpar, double** alpha, double* beta, lattice lat, fit_context& context) {
+static double calc_data_set(int i, normal_equations& equations, lattice lat, fit_context& context) {
     csd& crystal = *context.csd;
     fed& set = context.fed[i];
     const bool automatic = method_of(set.beam_search.flag_bs) != method_manual;
     if (automatic)
         auto_ed_beams(set, crystal);
     reflex_dump_csd(i, set, crystal, lat);
-    const std::size_t N = to_size(set.num_exact_beam + set.num_bethe_beam);
-    complex** vg = new_matrix<complex>(N, N);
-    ov_fprintf(stdout, "**Potential:\n");
-    int flag;
-    potential_matrix_csd(set.num_exact_beam, set.num_bethe_beam, set.reflex_sel, crystal, set.kv, lat, vg, flag);
-    if (flag != 0)
-        ov_fprintf_stdo(context.log, "$$ Error in Fg. You should check params.\n");
-    debug_vg_dump(vg, static_cast<int>(N));
-
-    complex*** pvg = nullptr;
-    if (context.num_perturb > 0) {
-        ov_fprintf(stdout, "**Perturbed potentials:\n");
-        ov_fflush(stdout);
-        pvg = new_tensor<complex>(to_size(context.num_perturb), N, N);
-        perturbed_potential_matrix(context.num_perturb, pvg, crystal, set, lat, flag);
-        if (flag != 0)
-            ov_fprintf_stdo(context.log, "$$ Error in Fg calc.  Please check parameters.\n");
-    }
+    cycle_potentials potentials = new_potentials(set, lat, context);
     double chisq;
-    calc_cbed_pattern_perturb(crystal, set, context.ei[i], vg, context.num_perturb, pvg, num_fitpar,
-                              alpha, beta, chisq, context.log);
-    free_matrix(vg);
-    free_tensor(pvg);
+    calc_cbed_pattern_perturb(crystal, set, context.ei[i], potentials, equations, chisq, context.log);
+    free_matrix(potentials.vg);
+    free_tensor(potentials.pvg);
     if (automatic) {
         std::free(set.reflex_sel);
         set.reflex_sel = nullptr;
@@ -276,9 +274,10 @@ void dynamical_calculation(const double* par, int num_fitpar, double** alpha, do
     const lattice lat = lattice_of(crystal);
     for (int i = 0; i < context.num_fed; ++i)
         chk_incidence(context.fed[i], crystal, lat);
+    normal_equations equations = {num_fitpar, alpha, beta};
     chisq = 0.0;
     for (int i = 0; i < context.num_fed; ++i)
-        chisq += calc_data_set(i, num_fitpar, alpha, beta, lat, context);
+        chisq += calc_data_set(i, equations, lat, context);
 
     if (ct_iter == 0) {
         ov_fprintf_stdo(context.log, "$$ 1st cycle\n");
@@ -289,8 +288,7 @@ void dynamical_calculation(const double* par, int num_fitpar, double** alpha, do
     ++ct_iter;
     for (int i = 0; i < context.num_fed; ++i)
         ov_fprintf_stdo(context.log, "Intensity output: %s%d.txt\n", base, i);
-    fit_res_output(context.num_fed, context.fed, context.ei, crystal.a, crystal.b, crystal.c,
-                   crystal.alpha, crystal.beta, crystal.gamma, base);
+    fit_res_output(context.num_fed, context.fed, context.ei, crystal, base);
 }
 
 } // namespace orvel

@@ -11,7 +11,7 @@
 
 #include "beams/rfsearch.h"
 #include "control/records.h"
-#include "crystal/strct_f.h"
+#include "crystal/csd.h"
 #include "jobs/tilt_mesh.h"
 #include "numeric/complex.h"
 
@@ -78,6 +78,35 @@ struct fit_context {
     std::FILE* log;
 };
 
+// Potentials of the beams of a data set in a cycle, N x N in volts, and those with each crystal parameter
+// raised by its step, pvg[k] (null for none).
+struct cycle_potentials {
+    complex** vg;
+    int num_perturb;
+    complex*** pvg;
+};
+
+// Intensities of a data set in a cycle: raw ones of a single tilt and, from them, scaled ones of all
+// pixels. c runs over the thicknesses of thickness_set. Without crystal parameters the stores of
+// perturbations are null.
+struct cycle_intensities {
+    int n;                // the thickness average takes 2 n + 1 values
+    double* thick_wt;     // their weights
+    double** tilt_int;    // [r][c]
+    double*** tilt_p_int; // [k][r][c]
+    double*** pix_int;    // [p][r][2 T]: at thickness t, and at T + t with t raised by its step
+    int num_perturb;
+    double**** pix_p_int; // [p][r][t][k]: with crystal parameter k raised
+};
+
+// Normal equations alpha delta = beta of num_fitpar parameters. alpha[j][k] for k <= j is accumulated
+// into, like beta: the driver clears both.
+struct normal_equations {
+    int num_fitpar;
+    double** alpha;
+    double* beta;
+};
+
 // ---- reading --------------------------------------------------------------------------------
 // Faults of the files end the process.
 
@@ -114,11 +143,6 @@ void alloc_ei_grid(ei& intensity);
 // Copies values and descriptors into records made by alloc_ed; averaging kernels are made anew.
 void cpy_fed(int num_fed, const fed* source, fed* dest);
 
-// Allocates the arrays of a crystal but for the per-site arrays of its low-order entries, and copies
-// all values and descriptors.
-void alloc_csd(int num_sym_op, int num_site, int num_lofg, csd& crystal);
-void cpy_csd(const csd& source, csd& dest);
-
 // Release of one record, and of arrays of them.
 void free_ed(fed& set);
 void free_ei(ei& intensity);
@@ -128,9 +152,8 @@ void free_fei_vector(int num_fed, ei* intensities);
 // ---- one cycle ------------------------------------------------------------------------------
 
 // One cycle for the fit vector par: writes it into the records, computes all patterns, and gives
-// chi-square with the penalties of restraints, and the normal equations alpha delta = beta, of which
-// alpha[j][k] for k <= j is accumulated into, like beta: the caller clears both. Writes the patterns
-// to stem_fst%d.txt in the first cycle of the process and to stem_res%d.txt in later ones.
+// chi-square with the penalties of restraints, and the normal equations. Writes the patterns to
+// stem_fst%d.txt in the first cycle of the process and to stem_res%d.txt in later ones.
 void dynamical_calculation(const double* par, int num_fitpar, double** alpha, double* beta, double& chisq,
                            fit_context& context);
 
@@ -145,13 +168,13 @@ void perturbed_potential_matrix(int num_perturb, complex*** pvg, csd& crystal, c
 // Beam search of a data set whose method is not manual; fills the counts and a new list.
 void auto_ed_beams(fed& set, csd& crystal);
 
-// The calculation grid around (h_tilt, g_tilt): point p = iy n + ix of n = num_pix_side on a side.
-void calc_K_xy_cbed(int& num_pix, int& num_k_points_effective, r_hkl* K_t, pixel* grid, double h_tilt, double g_tilt,
-                    uvw zone_uvw, r_hkl zolzbase1, lattice lat, int calc_type, double disksize, int num_pix_side);
+// The calculation grid around (h_tilt, g_tilt): point p = iy n + ix of n = num_pix_side on a side, with
+// its tilt in K_t. effective counts the points that are computed.
+void calc_K_xy_cbed(const fed& set, lattice lat, ei& intensity, r_hkl* K_t, int& effective);
 
 // Pattern, chi-square and normal equations of one data set.
-void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, complex** vg, int num_perturb, complex*** pvg,
-                               int num_fitpar, double** alpha, double* beta, double& chisq, std::FILE* log);
+void calc_cbed_pattern_perturb(csd& crystal, fed& set, ei& intensity, const cycle_potentials& potentials,
+                               normal_equations& equations, double& chisq, std::FILE* log);
 
 // Copies pix_int[p][r][t] into cal; 0 outside the disk.
 void set_calc_intensity_ei(int R, int T, int P, ei& intensity, double*** pix_int);
@@ -167,10 +190,8 @@ struct restraint {
 };
 
 // Adds the normal equations of a data set to alpha and beta; penalty is the chi-square of restraints.
-// pix_int[p][r][c]: c < T at thickness c, T + t at thickness t raised by its step;
-// pix_p_int[p][r][t][k]: with crystal parameter k raised (null for num_perturb 0).
-void eval_alpha_beta_rst(csd& crystal, fed& set, ei& intensity, double*** pix_int, double**** pix_p_int,
-                         int num_perturb, int num_fitpar, double** alpha, double* beta, double& penalty);
+void eval_alpha_beta_rst(csd& crystal, const fed& set, const ei& intensity, const cycle_intensities& calculated,
+                         normal_equations& equations, double& penalty);
 
 // Sums over all points: weight times column times column, and weight times residual times column.
 double calc_alpha_elm(const fed& set, const ei& intensity, double*** J_j, double*** J_k);
@@ -178,12 +199,12 @@ double calc_beta_elm(const fed& set, const ei& intensity, double*** J_j);
 
 // Column J[r][t][p] of parameter j, which starts as zeros, and its restraint. The three below it are
 // for scale and thickness, for crystal values, and for shifts; each writes only what is its own.
-void calc_jacobian_rst_j(int j, csd& crystal, fed& set, ei& intensity, double*** pix_int, double**** pix_p_int,
-                         int num_fitpar, int num_perturb, double*** J, restraint& rst);
-void calc_jac_rst_st_j(int j, fed& set, const ei& intensity, double*** pix_int, double*** J, restraint& rst);
-void calc_jac_rst_perturb_j(int j, csd& crystal, const fed& set, const ei& intensity, double**** pix_p_int,
-                            int num_perturb, double*** J, restraint& rst);
-void calc_jac_rst_shift_j(int j, fed& set, const ei& intensity, double*** J, restraint& rst);
+void calc_jacobian_rst_j(int j, csd& crystal, const fed& set, const ei& intensity,
+                         const cycle_intensities& calculated, double*** J, restraint& rst);
+void calc_jac_rst_st_j(int j, const fed& set, const ei& intensity, double*** pix_int, double*** J, restraint& rst);
+void calc_jac_rst_perturb_j(int j, csd& crystal, const fed& set, const ei& intensity,
+                            const cycle_intensities& calculated, double*** J, restraint& rst);
+void calc_jac_rst_shift_j(int j, const fed& set, const ei& intensity, double*** J, restraint& rst);
 
 // The column of one crystal value, if it is parameter j.
 void eval_jac_2D_rst_j(double value, const fitpar& descriptor, int j, const fed& set, const ei& intensity,

@@ -28,7 +28,7 @@ void init_jacobian_j(int R, int T, int P, double*** J) {
 
 // ---- columns --------------------------------------------------------------------------------
 
-void calc_jac_rst_st_j(int j, fed& set, const ei& intensity, double*** pix_int, double*** J, restraint& rst) {
+void calc_jac_rst_st_j(int j, const fed& set, const ei& intensity, double*** pix_int, double*** J, restraint& rst) {
     const ei& e = intensity;
     const int T = set.num_thickness;
     for (int t = 0; t < T; ++t) {
@@ -63,13 +63,13 @@ void eval_jac_2D_rst_j(double value, const fitpar& descriptor, int j, const fed&
                     J[r][t][p] = (pix_p_int[p][r][t][j] - intensity.cal[r][t][p]) / descriptor.step;
 }
 
-void calc_jac_rst_perturb_j(int j, csd& crystal, const fed& set, const ei& intensity, double**** pix_p_int,
-                            int num_perturb, double*** J, restraint& rst) {
-    if (j >= num_perturb)
+void calc_jac_rst_perturb_j(int j, csd& crystal, const fed& set, const ei& intensity,
+                            const cycle_intensities& calculated, double*** J, restraint& rst) {
+    if (j >= calculated.num_perturb)
         return;
     fit_value_list list = list_csd_values(crystal);
     for (int i = 0; i < list.count; ++i)
-        eval_jac_2D_rst_j(*list.at[i].value, *list.at[i].descriptor, j, set, intensity, pix_p_int, J, rst);
+        eval_jac_2D_rst_j(*list.at[i].value, *list.at[i].descriptor, j, set, intensity, calculated.pix_p_int, J, rst);
     std::free(list.at);
 }
 
@@ -77,32 +77,26 @@ void calc_jac_rst_perturb_j(int j, csd& crystal, const fed& set, const ei& inten
 static void shift_column(bool along_H, int r, int t, double step, const fed& set, const ei& e, double*** J) {
     const int n = e.num_pix_side;
     const std::size_t side = to_size(n);
-    double* x = new_vector<double>(side);
-    double* y = new_vector<double>(side);
     double** pattern = new_matrix<double>(side, side);
     double** grad = new_matrix<double>(side, side);
     int** flag = new_matrix<int>(side, side);
     for (int p = 0; p < e.num_pix; ++p) {
         const int ix = p % n, iy = p / n;
-        x[ix] = e.pixel[p].h;
-        y[iy] = e.pixel[p].g;
         pattern[ix][iy] = e.cal[r][t][p];
         flag[ix][iy] = e.pixel[p].flag;
     }
     if (along_H)
-        calc_Hshift_grad(step, -set.disksize, set.disksize, n, n, x, y, pattern, flag, grad);
+        calc_Hshift_grad(step, -set.disksize, set.disksize, n, n, pattern, flag, grad);
     else
-        calc_Gshift_grad(step, -set.disksize, set.disksize, n, n, x, y, pattern, flag, grad);
+        calc_Gshift_grad(step, -set.disksize, set.disksize, n, n, pattern, flag, grad);
     for (int p = 0; p < e.num_pix; ++p)
         J[r][t][p] = counts(e, r, t, p) ? grad[p % n][p / n] : 0.0;
-    std::free(x);
-    std::free(y);
     free_matrix(pattern);
     free_matrix(grad);
     free_matrix(flag);
 }
 
-void calc_jac_rst_shift_j(int j, fed& set, const ei& intensity, double*** J, restraint& rst) {
+void calc_jac_rst_shift_j(int j, const fed& set, const ei& intensity, double*** J, restraint& rst) {
     for (int r = 0; r < set.num_reflex; ++r) {
         for (int t = 0; t < set.num_thickness; ++t) {
             const fitpar& H = set.H_shift_fitpar[r][t];
@@ -118,10 +112,10 @@ void calc_jac_rst_shift_j(int j, fed& set, const ei& intensity, double*** J, res
     }
 }
 
-void calc_jacobian_rst_j(int j, csd& crystal, fed& set, ei& intensity, double*** pix_int, double**** pix_p_int,
-                         int /*num_fitpar*/, int num_perturb, double*** J, restraint& rst) {
-    calc_jac_rst_st_j(j, set, intensity, pix_int, J, rst);
-    calc_jac_rst_perturb_j(j, crystal, set, intensity, pix_p_int, num_perturb, J, rst);
+void calc_jacobian_rst_j(int j, csd& crystal, const fed& set, const ei& intensity,
+                         const cycle_intensities& calculated, double*** J, restraint& rst) {
+    calc_jac_rst_st_j(j, set, intensity, calculated.pix_int, J, rst);
+    calc_jac_rst_perturb_j(j, crystal, set, intensity, calculated, J, rst);
     calc_jac_rst_shift_j(j, set, intensity, J, rst);
 }
 
@@ -150,34 +144,35 @@ double calc_beta_elm(const fed& set, const ei& intensity, double*** J_j) {
     return sum;
 }
 
-void eval_alpha_beta_rst(csd& crystal, fed& set, ei& intensity, double*** pix_int, double**** pix_p_int,
-                         int num_perturb, int num_fitpar, double** alpha, double* beta, double& penalty) {
-    const int R = set.num_reflex, T = set.num_thickness, P = intensity.num_pix;
-    const double s = epsilon.scale_rst_chisq;
+// The restraint of parameter j as a Gaussian around its centre.
+static void add_restraint(int j, const restraint& rst, normal_equations& equations, double& penalty) {
+    const double s = epsilon.scale_rst_chisq, off = rst.ini_val - rst.value;
+    equations.beta[j] += s * off / (rst.rst * rst.rst);
+    equations.alpha[j][j] += s / (rst.rst * rst.rst);
+    penalty += s * off * off / (rst.rst * rst.rst);
+}
+
+void eval_alpha_beta_rst(csd& crystal, const fed& set, const ei& intensity, const cycle_intensities& calculated,
+                         normal_equations& equations, double& penalty) {
+    const int R = set.num_reflex, T = set.num_thickness, P = intensity.num_pix, M = equations.num_fitpar;
     // Two columns at a time: all of them would be the largest store of a cycle.
     double*** J_j = new_tensor<double>(to_size(R), to_size(T), to_size(P));
     double*** J_k = new_tensor<double>(to_size(R), to_size(T), to_size(P));
     penalty = 0.0;
-    ov_fprintf(stdout, "** Calculating Jacobian 0-%d:\n", num_fitpar - 1);
-    for (int j = 0; j < num_fitpar; ++j) {
-        progress_indicator(j, num_fitpar);
-        restraint rst = {};
+    ov_fprintf(stdout, "** Calculating Jacobian 0-%d:\n", M - 1);
+    for (int j = 0; j < M; ++j) {
+        progress_indicator(j, M);
+        restraint rst = {}, unused = {};
         init_jacobian_j(R, T, P, J_j);
-        calc_jacobian_rst_j(j, crystal, set, intensity, pix_int, pix_p_int, num_fitpar, num_perturb, J_j, rst);
-        beta[j] += calc_beta_elm(set, intensity, J_j);
-        if (rst.rst_flag == 1) {
-            const double off = rst.ini_val - rst.value;
-            beta[j] += s * off / (rst.rst * rst.rst);
-            penalty += s * off * off / (rst.rst * rst.rst);
-        }
+        calc_jacobian_rst_j(j, crystal, set, intensity, calculated, J_j, rst);
+        equations.beta[j] += calc_beta_elm(set, intensity, J_j);
         for (int k = 0; k <= j; ++k) {
-            restraint unused = {};
             init_jacobian_j(R, T, P, J_k);
-            calc_jacobian_rst_j(k, crystal, set, intensity, pix_int, pix_p_int, num_fitpar, num_perturb, J_k, unused);
-            alpha[j][k] += calc_alpha_elm(set, intensity, J_j, J_k);
+            calc_jacobian_rst_j(k, crystal, set, intensity, calculated, J_k, unused);
+            equations.alpha[j][k] += calc_alpha_elm(set, intensity, J_j, J_k);
         }
         if (rst.rst_flag == 1)
-            alpha[j][j] += s / (rst.rst * rst.rst);
+            add_restraint(j, rst, equations, penalty);
     }
     ov_fprintf(stdout, "100%%.\n");
     free_tensor(J_j);

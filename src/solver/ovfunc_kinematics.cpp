@@ -5,6 +5,7 @@
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "crystal/strct_f_stock.h"
 
 namespace orvel {
 
@@ -12,9 +13,8 @@ namespace orvel {
 static complex calc_F_0(csd& crystal, double kv, lattice lat) {
     const int entry = crystal.num_lofg > 0 ? search_g_table(crystal.num_lofg, 0, 0, 0, crystal.lofg_hkl) : -1;
     if (entry >= 0)
-        return lofg_to_fg(0, 0, 0, crystal.lof_type, crystal.lofg[entry], crystal.num_sym_op, crystal.sym_op,
-                          crystal.num_site, crystal.site, crystal.bk, crystal.xdt, kv, lat);
-    return c_conv(calc_F_0_re(crystal.num_sym_op, crystal.num_site, crystal.site, crystal.bk), 0.0);
+        return lofg_to_fg(entry, crystal, kv, lat);
+    return c_conv(calc_F_0_re(crystal), 0.0);
 }
 
 double calc_V_0(csd& crystal, double kv, lattice lat) { return fg_to_vg(calc_F_0(crystal, kv, lat), lat).re; }

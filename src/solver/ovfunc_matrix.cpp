@@ -6,6 +6,7 @@
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "crystal/strct_f.h"
 #include "numeric/cmatutil.h"
 #include "numeric/lb_invmat.h"
 #include "numeric/vecmat.h"

@@ -8,6 +8,7 @@
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
 #include "crystal/cnstfunc.h"
+#include "crystal/strct_f_stock.h"
 #include "numeric/cmatutil.h"
 #include "numeric/data_out.h"
 
@@ -52,7 +53,7 @@ void potential_matrix_csd(int num_exact_beam, int num_bethe_beam, const hkl* ref
         int flag = 0;
         for (int j = 0; j < N; ++j) {
             const hkl difference = hkl_difference(reflex_sel[i], reflex_sel[j]);
-            vg[i][j] = fg_to_vg(stocked_fg(difference, crystal, kv, lat, stock, flag), lat);
+            vg[i][j] = fg_to_vg(structure_factor_ext_tbl(difference, crystal, kv, lat, stock, flag), lat);
         }
         if (flag != 0)
             err_flag = 1;
@@ -73,7 +74,8 @@ void vgv_reim_csd(int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel,
     for (int i = 0; i < N; ++i) {
         progress_indicator(i, N);
         const int known = search_stock(stock, reflex_sel[i]);
-        const complex fg = known >= 0 ? stock.fg[known] : stocked_fg(reflex_sel[i], crystal, kv, lat, stock, flag);
+        const complex fg = known >= 0 ? stock.fg[known]
+                                      : structure_factor_ext_tbl(reflex_sel[i], crystal, kv, lat, stock, flag);
         vgv[i] = fg_to_vg(fg, lat);
     }
     ov_fprintf(stdout, "100%%.\n");
@@ -106,7 +108,7 @@ void vgv_fxgv_csd(int num_exact_beam, int num_bethe_beam, const hkl* reflex_sel,
             Z = crystal_fg(fg_z, g, crystal, kv, lat, &phases, unused_flag);
         } else {
             fg = crystal_fg_ela(g, crystal, kv, lat, &phases, Z);
-            stock_fg_tbl_sym(g.h, g.k, g.l, fg, stock, crystal.num_sym_op, crystal.sym_op);
+            stock_fg_tbl_sym(g, fg, stock, crystal);
         }
         vgv[i] = fg_to_vg(fg, lat);
         fxgv[i] = mott_fxg(Z, fg, sq_abs(hkl2rhkl(g.h, g.k, g.l), lat));

@@ -86,8 +86,9 @@ static void calc_shifted(csd& crystal, const fed& set, const measured_square& sq
     moved.disksize = square.half;
     moved.h_tilt += H_shift;
     moved.g_tilt += G_shift;
+    normal_equations none = {};
     double chisq;
-    calc_cbed_pattern_perturb(crystal, moved, e, vg, 0, nullptr, 0, nullptr, nullptr, chisq, log);
+    calc_cbed_pattern_perturb(crystal, moved, e, {vg, 0, nullptr}, none, chisq, log);
 }
 
 // The kernel compares the model at (h, g) with the point measured at (h, g) less the shift: so what

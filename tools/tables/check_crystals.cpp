@@ -28,29 +28,25 @@ struct crystal_factors {
 };
 
 static crystal_factors factors(const cubic_crystal& c, hkl g, double kv) {
-    int num_sym_op, inversion_flag, r_hex_axes;
-    char latt_type[2];
-    sym_op* ops = read_sp_group_tbl(c.sg_no, num_sym_op, inversion_flag, latt_type, r_hex_axes);
-    atom sites[2]{};
-    xdt_tbl xdt[2];
-    bk_tbl bk[2];
-    int num_site = 0;
-    for (; num_site < 2 && c.element[num_site] != nullptr; ++num_site) {
-        atom& site = sites[num_site];
-        std::strcpy(site.element, c.element[num_site]);
-        site.x = site.y = site.z = c.x[num_site];
+    csd crystal{};
+    int inversion_flag;
+    crystal.sym_op = read_sp_group_tbl(c.sg_no, crystal.num_sym_op, inversion_flag, crystal.latt_type,
+                                       crystal.r_hex_axes);
+    alloc_csd_sites(c.element[1] != nullptr ? 2 : 1, crystal);
+    for (int i = 0; i < crystal.num_site; ++i) {
+        atom& site = crystal.site[i];
+        std::strcpy(site.element, c.element[i]);
+        site.x = site.y = site.z = c.x[i];
         site.af = 1;
-        site.B = c.B[num_site];
+        site.B = c.B[i];
         site.occupancy = 1.0;
-        xdt[num_site] = read_xdt_table(site.element);
-        bk[num_site] = read_atom_dat_table(site.element);
+        crystal.xdt[i] = read_xdt_table(site.element);
+        crystal.bk[i] = read_atom_dat_table(site.element);
     }
-    atom_multiplicity(num_site, sites, num_sym_op, ops);
+    atom_multiplicity(crystal);
     const lattice lat = bravai(c.a, c.a, c.a, 90.0, 90.0, 90.0);
-    const crystal_factors f = {
-        calc_Fg_ela(g.h, g.k, g.l, num_sym_op, ops, num_site, sites, xdt, bk, kv, lat),
-        calc_Fg_inela(g.h, g.k, g.l, num_sym_op, ops, num_site, sites, bk, kv, lat)};
-    std::free(ops);
+    const crystal_factors f = {calc_Fg_ela(g, crystal, kv, lat), calc_Fg_inela(g, crystal, kv, lat)};
+    free_csd(crystal);
     return f;
 }
 

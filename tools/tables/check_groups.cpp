@@ -237,8 +237,12 @@ static bool absent(const condition_row& row, const int hkl_values[3]) {
 }
 
 // Largest |F| of a unit scatterer at three general positions, over the number of operations.
-static double largest_factor(const read_group& g, const int h[3]) {
+static double largest_factor(read_group& g, const int h[3]) {
     double largest = 0.0;
+    csd crystal{};
+    crystal.num_sym_op = g.num_sym_op;
+    crystal.sym_op = g.ops.data();
+    crystal.num_site = 1;
     for (int i = 0; i < 3; ++i) {
         atom site{};
         site.x = 0.1234 + 0.0717 * i;
@@ -246,8 +250,8 @@ static double largest_factor(const read_group& g, const int h[3]) {
         site.z = 0.4191 + 0.1129 * i;
         site.multiplicity = site.occupancy = 1.0;
         const double one = 1.0, zero = 0.0;
-        const complex f = calc_structure_factor_ph(h[0], h[1], h[2], 0.0, g.num_sym_op,
-                                                   g.ops.data(), 1, &site, &one, &zero);
+        crystal.site = &site;
+        const complex f = calc_structure_factor_ph({h[0], h[1], h[2]}, 0.0, crystal, &one, &zero);
         largest = std::max(largest, std::hypot(f.re, f.im) / g.num_sym_op);
     }
     return largest;
@@ -258,7 +262,7 @@ static void check_conditions(check_log& log) {
     int groups = 0, reflections = 0, absences = 0;
     double strongest_absent = 0.0, strongest_absent_r = 0.0, weakest_present = 1.0;
     for (const condition_row& row : conditions) {
-        const read_group g = read_table(row.number);
+        read_group g = read_table(row.number);
         ++groups;
         for (int h = -range; h <= range; ++h)
             for (int k = -range; k <= range; ++k)
