@@ -104,7 +104,7 @@ complex** new_structure_matrix(int n) {
     alloc_work_cal_int(n, p.num_g, 0, work);
     const tilt_state state = select_tilt(p, gaas_zone().K_t, work);
     complex** a = new_matrix<complex>(to_size(n), to_size(n));
-    construct_ug_mat_slct(state.nesel, state.nbsel, work.sel, p.kv, p.vg, work.Sg, work.beta_ge, a);
+    construct_ug_mat_slct(state.nesel, state.nbsel, work.sel, p.kv, p.vg, work.Sg, work.beta_ge, a, work.room);
     free_work_cal_int(work);
     return a;
 }
@@ -113,7 +113,9 @@ complex** new_eigenvectors(int n) {
     complex** a = new_structure_matrix(n);
     complex** vec = new_matrix<complex>(to_size(n), to_size(n));
     complex* val = new_vector<complex>(to_size(n));
-    eigmat(n, a, val, vec);
+    scratch room = {};
+    eigmat(n, a, val, vec, room);
+    free_scratch(room);
     std::free(val);
     free_matrix(a);
     return vec;

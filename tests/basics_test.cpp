@@ -16,8 +16,8 @@
 #include "numeric/cmatutil.h"
 #include "numeric/complex.h"
 #include "numeric/data_out.h"
+#include "numeric/scratch.h"
 #include "numeric/vecmat.h"
-#include "numeric/workspace.h"
 #include "test_util.h"
 
 using namespace orvel;
@@ -110,7 +110,9 @@ TEST(Shapes, WithoutMemoryTheRunEnds) {
     EXPECT_EQ(mmalloc(much, much), nullptr);
     EXPECT_EQ(mmmalloc(2, much, much), nullptr);
     EXPECT_EQ(mmmmalloc(2, 2, much, much), nullptr);
-    EXPECT_EQ(run_child([] { workspace(slot_a, SIZE_MAX); }).err, "Not enough memory for vector.\n");
+    scratch room = {};
+    EXPECT_EQ(run_child([&] { take<complex>(room, SIZE_MAX / 9); }).err, "Not enough memory for vector.\n");
+    EXPECT_EQ(run_child([&] { take_matrix(room, INT_MAX, INT_MAX); }).err, "Not enough memory for matrix.\n");
     const struct {
         void (*check)(const void*);
         const char* message;
@@ -131,6 +133,7 @@ TEST(Shapes, WithoutMemoryTheRunEnds) {
 
 TEST(Matrices, ProductsAgreeWithDirectSums) {
     const int n = 3, m = 5, l = 4;
+    scratch room = {};
     std::mt19937 random(2);
     std::normal_distribution<double> normal;
     complex** a = new_matrix<complex>(n, l);
@@ -142,7 +145,7 @@ TEST(Matrices, ProductsAgreeWithDirectSums) {
         a[0][i] = {normal(random), normal(random)};
     for (int i = 0; i < l * m; ++i)
         b[0][i] = {normal(random), normal(random)};
-    c_matmult(n, m, l, c, a, b);
+    c_matmult(n, m, l, c, a, b, room);
     for (int i = 0; i < n; ++i)
         for (int j = 0; j < m; ++j) {
             std::complex<double> sum = 0.0;
@@ -152,14 +155,14 @@ TEST(Matrices, ProductsAgreeWithDirectSums) {
         }
 
     c_matcopy2(n, a, s); // the left square of a
-    c_matmult(n, n, n, r, s, b);
-    c_matmult2(n, s, b);
+    c_matmult(n, n, n, r, s, b, room);
+    c_matmult2(n, s, b, room);
     c_matsub2(n, s, r); // the same product in both ways
     for (int i = 0; i < n * n; ++i)
         EXPECT_EQ(c_abs(s[0][i]), 0.0);
-    c_matmult(n, n, 0, r, a, b);
+    c_matmult(n, n, 0, r, a, b, room);
     EXPECT_EQ(c_abs(r[2][2]), 0.0) << "an empty sum";
-    c_matmult(-9, -9, -9, nullptr, nullptr, nullptr); // nothing
+    c_matmult(-9, -9, -9, nullptr, nullptr, nullptr, room); // nothing
     for (complex** matrix : {a, b, c, s, r})
         free_matrix(matrix);
 }

@@ -9,12 +9,11 @@
 
 #include "control/orvel.h"
 #include "matrix_util.h"
+#include "numeric/fast/dispatch.h"
 #include "numeric/lb_eigmat.h"
 #include "numeric/lb_eigmat1.h"
 #include "numeric/lb_eigmat2.h"
-#include "numeric/machine.h"
 #include "numeric/vecmat.h"
-#include "numeric/workspace.h"
 #include "published_chain.h"
 #include "test_util.h"
 
@@ -47,9 +46,9 @@ struct eigen_system {
 static eigen_system solve(int solver, square a, double tolerance) {
     eigen_system s = {std::vector<complex>(to_size(a.n)), square(a.n), 0};
     if (solver == 0)
-        eispack_cg(a.n, tolerance, a.table(), s.w.data(), s.v.table());
+        eispack_cg(a.n, tolerance, a.table(), s.w.data(), s.v.table(), room);
     else
-        s.code = eigen_c_mat(a.n, tolerance, 1, a.table(), s.w.data(), s.v.table());
+        s.code = eigen_c_mat(a.n, tolerance, 1, a.table(), s.w.data(), s.v.table(), room);
     return s;
 }
 
@@ -259,13 +258,6 @@ static int expect_same(const eigen_system& fast, const eigen_system& published, 
     return compared;
 }
 
-// NaN wherever the last call has left its numbers.
-static void spoil_workspace() {
-    const std::size_t count = 1 << 13;
-    for (int slot = 0; slot < slot_count; ++slot)
-        std::fill_n(workspace(workspace_slot(slot), count), count, nan_value);
-}
-
 TEST(EispackChain, IsThePublishedOneOnEveryMachine) {
     int met[num_tests][2] = {}, vectors = 0, compared = 0;
     unsigned seed = 0;
@@ -281,7 +273,7 @@ TEST(EispackChain, IsThePublishedOneOnEveryMachine) {
         for (int kind = machine_plain; kind <= best_machine(); ++kind) {
             SCOPED_TRACE(testing::Message() << name << " " << n << " " << level.tolerance << " machine " << kind);
             use_machine(machine_kind(kind));
-            spoil_workspace();
+            spoil_room();
             const eigen_system fast = solve(0, a, level.tolerance * norm);
             compared += expect_same(fast, published, norm, level);
             vectors += level.vectors > 0.0 ? n : 0;
@@ -320,7 +312,7 @@ static eigen_system upper_part(square h, std::vector<double> ortr = {}) {
     ortr.resize(size);
     std::vector<double> orti(size);
     eigen_system s = {std::vector<complex>(size), square(h.n), 0};
-    comqr2(h.n, 1, h.n, ortr.data(), orti.data(), h.table(), s.w.data(), s.v.table());
+    comqr2(h.n, 1, h.n, ortr.data(), orti.data(), h.table(), s.w.data(), s.v.table(), room);
     return s;
 }
 
@@ -359,7 +351,7 @@ TEST_P(OnEveryMachine, ReflectionsTakeSumsBelowEpsAsZero) {
         a.at(1, 0) = record(c.subdiagonal);
         a.at(2, 0) = record(c.below);
         double ortr[4] = {}, orti[4] = {};
-        corth(3, 1, 3, a.table(), ortr, orti);
+        corth(3, 1, 3, a.table(), ortr, orti, room);
         EXPECT_LT(std::abs(number(ortr[2], orti[2]) - c.ort) + std::abs(a(1, 0) - c.reduced), 1e-14);
     }
 }
@@ -437,9 +429,9 @@ TEST(EigenSorts, OrderAndTies) {
             for (int j = 0; j < n; ++j)
                 v.at(i, j) = {double(i), double(j)};
         if (c.name == std::string("chain"))
-            sort_eigval_eigvec(n, w.data(), v.table());
+            sort_eigval_eigvec(n, w.data(), v.table(), room);
         else
-            (c.name == std::string("real") ? re_part_csort : norm_csort)(n, w.data(), v.table(), c.flag);
+            (c.name == std::string("real") ? re_part_csort : norm_csort)(n, w.data(), v.table(), c.flag, room);
         for (int j = 0; j < n; ++j) {
             const int from = c.from[to_size(j)];
             EXPECT_EQ(plain(w[to_size(j)]), plain(c.values[to_size(from)])) << c.name << j;
@@ -489,7 +481,7 @@ TEST(Eigmat, ConsoleAndInput) {
             dbg.eigval_dump_flag = dbg.eigvec_dump_flag = c.dumps;
             square matrix = c.matrix, vectors(3);
             std::vector<complex> values(3);
-            eigmat(c.n, matrix.table(), values.data(), vectors.table());
+            eigmat(c.n, matrix.table(), values.data(), vectors.table(), room);
             const std::size_t bytes = matrix.data.size() * sizeof(complex);
             if (std::memcmp(matrix.data.data(), c.matrix.data.data(), bytes) != 0)
                 std::puts("input changed");
@@ -526,13 +518,13 @@ TEST(EigenCMat, EigenvaluesAloneAndEqualOnes) {
     square a = random_square(6, 9), b = a;
     std::vector<complex> with(6), alone(6);
     square v(6);
-    EXPECT_EQ(eigen_c_mat(6, 1e-13, -1, a.table(), with.data(), v.table()), 0);
-    EXPECT_EQ(eigen_c_mat(6, 1e-13, 0, b.table(), alone.data(), nullptr), 0);
+    EXPECT_EQ(eigen_c_mat(6, 1e-13, -1, a.table(), with.data(), v.table(), room), 0);
+    EXPECT_EQ(eigen_c_mat(6, 1e-13, 0, b.table(), alone.data(), nullptr, room), 0);
     std::sort(alone.begin(), alone.end(), [](complex x, complex y) { return x.re < y.re; });
     for (std::size_t j = 0; j < 6; ++j)
         EXPECT_LT(std::abs(plain(with[j]) - plain(alone[j])), 1e-12);
     square c = random_square(6, 9);
-    EXPECT_EQ(eigen_c_mat(6, 1e-13, 2, c.table(), with.data(), v.table()), 0);
+    EXPECT_EQ(eigen_c_mat(6, 1e-13, 2, c.table(), with.data(), v.table(), room), 0);
     EXPECT_TRUE(std::is_sorted(with.rbegin(), with.rend(), [](complex x, complex y) { return c_norm(x) < c_norm(y); }));
     // Two equal eigenvalues: the denominator is the tolerance, 5e-8, so the vector is (1, 5e-8).
     const square equal = matrix_2({4, 0}, {1, 0}, {0, 0}, {4, 0});

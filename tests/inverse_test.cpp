@@ -7,10 +7,10 @@
 
 #include "control/orvel.h"
 #include "matrix_util.h"
+#include "numeric/fast/dispatch.h"
 #include "numeric/lb_invmat.h"
 #include "numeric/lb_invmat1.h"
 #include "numeric/lb_invmat2.h"
-#include "numeric/machine.h"
 #include "numeric/vecmat.h"
 #include "test_util.h"
 
@@ -40,7 +40,7 @@ TEST(Inverse, WhatStandsWithoutAPivot) {
     };
     for (const auto& c : cases) {
         square a = matrix_of(c.n, c.a);
-        EXPECT_EQ(inv_c_mat(c.n, 1e-8, a.table()), c.code);
+        EXPECT_EQ(inv_c_mat(c.n, 1e-8, a.table(), room), c.code);
         for (std::size_t i = 0; i < c.left.size(); ++i)
             EXPECT_EQ(plain(a.data[i]), number(c.left[i], 0.0)) << i;
     }
@@ -65,7 +65,7 @@ TEST(Inverse, FirstColumnOfSmallMatrices) {
         square a = matrix_of(c.n, c.a);
         std::vector<complex> x(to_size(c.n));
         int info = -1;
-        inverse(c.n, a.table(), x.data(), 1e-8, info);
+        inverse(c.n, a.table(), x.data(), 1e-8, info, room);
         EXPECT_EQ(info, c.info);
         for (std::size_t i = 0; i < c.x.size(); ++i) {
             if (std::isnan(c.x[i]))
@@ -104,7 +104,7 @@ TEST(Inverse, EntriesAndTheirMessages) {
             dbg.process_mon_flag = c.monitor;
             square a = matrix_of(2, {c.first, 0.0, 0.0, 0.0});
             complex x = {0.0, 0.0};
-            const int code = c.column ? bc_invmat(c.n, a.table(), &x) : invmat(c.n, a.table());
+            const int code = c.column ? bc_invmat(c.n, a.table(), &x, room) : invmat(c.n, a.table(), room);
             std::printf("%d %g\n", code, c.column ? x.re : a(0, 0).real());
         });
         EXPECT_EQ(o.status, c.status);
@@ -218,7 +218,7 @@ static result plain_inverse(square m, double tolerance) {
 }
 
 static result fast_inv_c_mat(square m, double tolerance) {
-    result r = {inv_c_mat(m.n, tolerance, m.table()), {}};
+    result r = {inv_c_mat(m.n, tolerance, m.table(), room), {}};
     for (const complex z : m.data)
         r.left.push_back(plain(z));
     return r;
@@ -227,7 +227,7 @@ static result fast_inv_c_mat(square m, double tolerance) {
 static result fast_inverse(square m, double tolerance) {
     std::vector<complex> x(to_size(m.n));
     result r = {-1, {}};
-    inverse(m.n, m.table(), x.data(), tolerance, r.code);
+    inverse(m.n, m.table(), x.data(), tolerance, r.code, room);
     for (const complex z : x)
         r.left.push_back(plain(z));
     return r;

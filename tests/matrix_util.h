@@ -5,14 +5,24 @@
 #pragma once
 
 #include <complex>
+#include <cstring>
 #include <random>
 #include <vector>
 
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 
 namespace orvel_test {
 
 using number = std::complex<double>;
+
+// Work space of all solvers; and NaN wherever the last call has left its numbers.
+inline orvel::scratch room;
+inline void spoil_room() {
+    for (const auto& b : room.block)
+        if (b.data != nullptr)
+            std::memset(b.data, 0xff, b.size);
+}
 
 inline number plain(orvel::complex z) { return {z.re, z.im}; }
 inline orvel::complex record(number z) { return {z.real(), z.imag()}; }

@@ -13,6 +13,8 @@
 
 using namespace orvel;
 using namespace orvel_test;
+
+static scratch room;
 using std::string;
 
 namespace {
@@ -116,17 +118,17 @@ TEST(Perturbation, DegeneratePairSplitsAsTheBlockSays) {
             D[i][j].re = i == j ? 0 : e;
             B[i][j].re = A[i][j].re + D[i][j].re;
         }
-    eigmat(3, A, val, C);
+    eigmat(3, A, val, C, room);
     for (int i = 0; i < 3; ++i)
         std::memcpy(inverse[i], C[i], 3 * sizeof(complex));
-    invmat(3, inverse);
-    perturb(val, C, 3, D, epsilon.degeneracy_eps, p_val, p_vec);
+    invmat(3, inverse, room);
+    perturb(val, C, 3, D, epsilon.degeneracy_eps, p_val, p_vec, room);
     // The block gives 5 +- e; the second-order sums run over the unmixed pair, e^2/3 for each.
     EXPECT_NEAR(p_val[0].re, 5 + e + e * e / 3, 1e-12);
     EXPECT_NEAR(p_val[1].re, 5 - e + e * e / 3, 1e-12);
     EXPECT_NEAR(p_val[2].re, 2 - 2 * e * e / 3, 1e-12);
-    eigen_val_perturbation(val, C, inverse, 3, A, B, first);
-    perturbation2(val, C, inverse, 3, A, B, epsilon.degeneracy_eps, p_val, p_vec);
+    eigen_val_perturbation(val, C, inverse, 3, A, B, first, room);
+    perturbation2(val, C, inverse, 3, A, B, epsilon.degeneracy_eps, p_val, p_vec, room);
     for (int j = 0; j < 3; ++j) {
         EXPECT_NEAR(first[j].re, val[j].re, 1e-12); // no diagonal change
         EXPECT_NEAR(p_val[j].re, first[j].re, 1e-12);
@@ -149,11 +151,11 @@ TEST(Perturbation, ComplexLevelsOfEqualRealPartDoNotMix) {
     D[0][2] = {e, e};
     D[1][1] = {0, 2 * e};
     D[2][0] = {2 * e, 0};
-    eigen_val_perturbation(val, C, C, 3, A, D, first);
+    eigen_val_perturbation(val, C, C, 3, A, D, first, room);
     EXPECT_EQ(first[1].im, 0.1 + 2 * e);
-    eigen_val_perturbation(val, C, D, 3, A, D, first); // any matrix in place of the inverse: element 02 times 20
+    eigen_val_perturbation(val, C, D, 3, A, D, first, room); // any matrix in place of the inverse: element 02 times 20
     EXPECT_NEAR(first[0].im, 2 * e * e, 1e-18);
-    perturb(val, C, 3, D, 1e-8, p_val, p_vec);
+    perturb(val, C, 3, D, 1e-8, p_val, p_vec, room);
     EXPECT_NEAR(p_val[0].re, 5 + 2 * e * e / 3, 1e-14); // |e + i e|^2 / 3; the pair's own element counts in the block alone
     EXPECT_NEAR(p_val[1].im, 0.1 + 2 * e, 1e-14);
     EXPECT_NEAR(p_val[2].re, 2 - 4 * e * e / 3, 1e-14);
@@ -161,7 +163,7 @@ TEST(Perturbation, ComplexLevelsOfEqualRealPartDoNotMix) {
         EXPECT_EQ(p_vec[0][1].im, 0); // the element over 0.1 i would be imaginary
         EXPECT_NEAR(p_vec[0][2].im, -e / 3, 1e-15);
         EXPECT_NEAR(p_vec[2][0].re, 2 * e / 3, 1e-15);
-        perturbation2(val, C, C, 3, A, D, 1e-8, p_val, p_vec);
+        perturbation2(val, C, C, 3, A, D, 1e-8, p_val, p_vec, room);
     }
     EXPECT_EQ(p_val[1].im, 0.1 + 2 * e);
     for (complex** m : {C, D, A, p_vec})
@@ -175,7 +177,7 @@ TEST(Perturbation, TwoPairs) {
     complex **C = new_matrix<complex>(4, 4), **D = new_matrix<complex>(4, 4), **p_vec = new_matrix<complex>(4, 4), p_val[4];
     for (int i = 0; i < 16; ++i)
         (i % 5 == 0 ? C : D)[i / 4][i % 4].re = i % 5 == 0 ? 1 : e;
-    perturb(val, C, 4, D, 1e-8, p_val, p_vec);
+    perturb(val, C, 4, D, 1e-8, p_val, p_vec, room);
     for (int j = 0; j < 4; ++j)
         EXPECT_NEAR(p_val[j].re, val[j].re + (j % 2 == 0 ? e : -e) + (j < 2 ? 2 : -2) * e * e / 3, 1e-12) << j;
     for (complex** m : {C, D, p_vec})

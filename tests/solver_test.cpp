@@ -12,12 +12,14 @@
 
 #include "control/orvel.h"
 #include "crystal_util.h"
-#include "numeric/machine.h"
+#include "numeric/fast/dispatch.h"
 #include "numeric/vecmat.h"
 #include "solver/ovfunc.h"
 
 using namespace orvel;
 using namespace orvel_test;
+
+static scratch room;
 
 using cplx = std::complex<double>;
 using square = std::vector<std::vector<cplx>>;
@@ -151,7 +153,7 @@ TEST(Solver, HandWorkedNumbers) {
                    lengths[0], s.p.zone_uvw, lengths[1], s.p.normal_uvw, 3, 1, s.list, s.p.lat, S, beta);
     const int sel[3] = {0, 2, 1};
     complex** A = new_matrix<complex>(3, 3);
-    construct_ug_mat_slct(2, 1, sel, 100, s.p.vg, S, beta, A);
+    construct_ug_mat_slct(2, 1, sel, 100, s.p.vg, S, beta, A, room);
     const double U_0 = 0.000380601562, beta_021 = 0.987665911718;
     const cplx U_g = std_of(s.p.vg[2][1]) * (1.19569507 * 0.020886563 / pi);
     expect_near("job", {lambda, relativ_corr(100), energy, lengths[0], lengths[1], lengths[2]},
@@ -184,18 +186,18 @@ TEST(Solver, HandWorkedNumbers) {
     const double beta_sel[] = {4};
     const complex value[] = {{0.01, 0.002}}, bc[] = {{2, 0}}, vector[] = {{1, 0}};
     const complex* const vectors[] = {vector};
-    const complex psi = psi_limited_ug(0, 1000, 1, 1, branch, -25, beta_sel, value, vectors, bc);
+    const complex psi = psi_limited_ug(0, 1000, 1, 1, branch, -25, beta_sel, value, vectors, bc, room);
     EXPECT_NEAR(psi.re, 0.24034343, 1e-8);
     EXPECT_NEAR(psi.im, 0.73970102, 1e-8);
     for (int pos : {-1, 1})
-        EXPECT_EQ(psi_to_intensity_limited_ug(pos, 0, 1, 1, branch, -25, beta_sel, value, vectors, bc), 0.0) << pos;
+        EXPECT_EQ(psi_to_intensity_limited_ug(pos, 0, 1, 1, branch, -25, beta_sel, value, vectors, bc, room), 0.0) << pos;
     std::vector<double> thickness(150); // more than are worked on at once
     std::iota(thickness.begin(), thickness.end(), 900.0);
     const int out_pos[] = {1, 0};
     std::vector<complex> many(2 * thickness.size(), {1, 1});
-    psi_of_beams(2, out_pos, 150, thickness.data(), 1, 1, branch, -25, beta_sel, value, vectors, bc, many.data());
+    psi_of_beams(2, out_pos, 150, thickness.data(), 1, 1, branch, -25, beta_sel, value, vectors, bc, many.data(), room);
     for (std::size_t t = 0; t < 150; ++t) {
-        const complex one = psi_limited_ug(0, thickness[t], 1, 1, branch, -25, beta_sel, value, vectors, bc);
+        const complex one = psi_limited_ug(0, thickness[t], 1, 1, branch, -25, beta_sel, value, vectors, bc, room);
         EXPECT_LT(c_abs(c_sub(many[150 + t], one)), 1e-15) << t;
         EXPECT_EQ(c_abs(many[t]), 0.0) << t;
     }
@@ -372,7 +374,7 @@ TEST(Solver, BetheReductions) {
             matrix m(N * N);
             for (std::size_t i = 0; i < N * N; ++i)
                 m[i] = std_of(a[i / N][i % N]);
-            bethe_reduction(flag_bs, s, weak, a, b);
+            bethe_reduction(flag_bs, s, weak, a, b, room);
             // With one weak beam both forms are the same; with none they copy.
             const matrix wanted = folded(N, m, s, flag_bs == 10 || weak == 1);
             for (std::size_t i = 0; i < s * s; ++i)
@@ -387,17 +389,17 @@ TEST(Solver, BetheReductions) {
         dbg.process_mon_flag = 1;
         for (int i = 0; i < 9; ++i)
             a[i / 3][i % 3] = {rows[i / 3][i % 3], 0};
-        g_bethe(1, 2, a, b);
+        g_bethe(1, 2, a, b, room);
         std::printf("%g\n", b[0][0].re);
         a[1][1] = {1e-9, 0};
-        g_bethe(1, 1, a, b);
+        g_bethe(1, 1, a, b, room);
         std::printf("%g\n", b[0][0].re);
         a[1][1] = {2, 0}; // no tolerance, no inverse: the matrix itself
         epsilon.inv_eps = 0;
-        g_bethe(1, 1, a, b);
+        g_bethe(1, 1, a, b, room);
         std::printf("%g\n", b[0][0].re);
         epsilon.invmat_func = 1;
-        g_bethe(1, 1, a, b);
+        g_bethe(1, 1, a, b, room);
     });
     const std::string trace = "$$ invmat: Numpack inv_c_mat()\n", anomalous = "$$ Anomalous termination in inv_c_mat.\n";
     EXPECT_EQ(end.out, trace + anomalous + "$$ (invmat): inv_c_mat = 1\n-9\n" + trace + anomalous + "10\n" + trace +
@@ -511,7 +513,7 @@ TEST(Solver, LimitedBranch) {
         {0.5, {{0.7, 0.7}}, {0}}};
     for (const auto& c : cases) {
         int n_branch = -1, branch[3] = {-1, -1, -1};
-        limited_branch(c.accuracy, static_cast<int>(c.bc.size()), c.bc.data(), n_branch, branch);
+        limited_branch(c.accuracy, static_cast<int>(c.bc.size()), c.bc.data(), n_branch, branch, room);
         EXPECT_EQ(std::vector<int>(branch, branch + n_branch), c.branches) << c.accuracy;
     }
 }
@@ -598,7 +600,7 @@ TEST(Solver, BoundaryConditionAndItsCheck) {
             dbg.bc_chk_flag = c.flag;
             row_0[0].re = c.first;
             complex bc[2];
-            const int found = upper_b_cond(2, beta_sel, vectors, bc);
+            const int found = upper_b_cond(2, beta_sel, vectors, bc, room);
             const bool right = bc[0].re == 1 / c.first && bc[0].im == 0 && bc[1].re == -0.25 / c.first && bc[1].im == 0;
             std::exit(right ? found : 10);
         });

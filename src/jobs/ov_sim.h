@@ -9,8 +9,8 @@
 #include "beams/rfsearch.h"
 #include "control/records.h"
 #include "crystal/strct_f.h"
+#include "jobs/wave_sums.h"
 #include "numeric/complex.h"
-#include "numeric/lb_waves.h"
 #include "solver/ovfunc.h"
 
 namespace orvel {

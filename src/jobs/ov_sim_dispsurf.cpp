@@ -92,9 +92,10 @@ static void print_surface_row(const tilt_state& state, const work_cal_int& work,
     ov_fprintf(tables.surface, "\n");
 }
 
-static void print_intensity_row(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
+static void print_intensity_row(const tilt_problem& problem, const tilt_state& state, work_cal_int& work,
                                 const pixel& place, const dispsurf_tables& tables) {
-    complex** psi = new_matrix<complex>(to_size(tables.num_thickness), to_size(problem.num_g));
+    const scratch_mark begin = mark_scratch(work.room);
+    complex** psi = take_matrix(work.room, tables.num_thickness, problem.num_g);
     for (int q = 0; q < tables.num_thickness; ++q)
         tilt_amplitudes(problem, state, work, tables.thickness[q], psi[q]);
     ov_fprintf(tables.intensity, "%g\t%g", place.h, place.g);
@@ -102,7 +103,7 @@ static void print_intensity_row(const tilt_problem& problem, const tilt_state& s
         for (int q = 0; q < tables.num_thickness; ++q)
             ov_fprintf(tables.intensity, "\t%g", c_norm(psi[q][i]) * epsilon.intensity_scaling);
     ov_fprintf(tables.intensity, "\n");
-    free_matrix(psi);
+    release_scratch(work.room, begin);
 }
 
 // Amplitude of each output beam in each branch, excitation included.

@@ -52,7 +52,7 @@ static void print_plot(const tilt_problem& problem, const char* table_name, cons
     ov_fprintf(script, "\n");
 }
 
-static void print_rows(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work, double t,
+static void print_rows(const tilt_problem& problem, const tilt_state& state, work_cal_int& work, double t,
                        complex* psi, std::FILE* intensity, std::FILE* re_im) {
     const double s = std::sqrt(epsilon.intensity_scaling);
     tilt_amplitudes(problem, state, work, t, psi);

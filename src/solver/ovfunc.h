@@ -17,6 +17,7 @@
 #include "control/records.h"
 #include "crystal/strct_f.h"
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 
 namespace orvel {
 
@@ -104,43 +105,45 @@ void vg_select_trans_ug(int num_exact_beam, int num_bethe_beam, int nesel, int n
 // Structure matrix of the selected beams, order nesel + nbsel: U(g_i - g_j) / sqrt(beta_i beta_j)
 // off the diagonal, (2 K S_i + i U'_0) / beta_i on it, in 1/angstrom^2.
 void construct_ug_mat_slct(int nesel, int nbsel, const int* sel, double kv, const complex* const* vg,
-                           const double* Sg, const double* beta_ge, complex** a_matrix);
+                           const double* Sg, const double* beta_ge, complex** a_matrix, scratch& room);
 
 // Reduction to the exact beams, a_matrix left unchanged. Generalised: A11 - A12 A22^-1 A21; simple:
 // only the diagonal of A22 stands in the denominator.
-void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix);
-void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix);
+void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room);
+void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room);
 
 // The form that flag_bs names.
-void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix);
+void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix,
+                     scratch& room);
 
 // ---- boundary condition and amplitudes ------------------------------------------------------
 
 // Excitation amplitudes bc[j] of n Bloch waves whose eigenvectors are the columns of eigen_vec: the
 // wave at the entrance surface is 1 in the beam at position 0 and 0 in all others. Returns 1 if
 // dbg.bc_chk_flag asks for a report and one was given, else 0.
-int upper_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc);
+int upper_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc, scratch& room);
 
 // Branches to sum over: all n in their order if bc_accuracy is exactly 1, else as many as are needed,
 // by descending excitation, to hold that part of the total sum of |bc|^2.
-void limited_branch(double bc_accuracy, int n, const complex* bc, int& n_branch, int* branch);
+void limited_branch(double bc_accuracy, int n, const complex* bc, int& n_branch, int* branch, scratch& room);
 
 // The same with the incident amplitude phase in place of 1.
-int upper_b_cond_coherent(int n, const double* beta_sel, complex phase, const complex* const* eigen_vec, complex* bc);
+int upper_b_cond_coherent(int n, const double* beta_sel, complex phase, const complex* const* eigen_vec, complex* bc,
+                          scratch& room);
 
 // Amplitude, and intensity, at thickness t (angstrom) of the beam at place pos among n exact beams,
 // for an incident wave of amplitude 1; 0 for a place outside.
 complex psi_limited_ug(int pos, double t, int n, int n_branch, const int* branch, double K_n, const double* beta_sel,
-                       const complex* eigen_val, const complex* const* eigen_vec, const complex* bc);
+                       const complex* eigen_val, const complex* const* eigen_vec, const complex* bc, scratch& room);
 double psi_to_intensity_limited_ug(int pos, double t, int n, int n_branch, const int* branch, double K_n,
                                    const double* beta_sel, const complex* eigen_val,
-                                   const complex* const* eigen_vec, const complex* bc);
+                                   const complex* const* eigen_vec, const complex* bc, scratch& room);
 
 // Amplitudes psi[r][t] (one block) of num_g beams at the places pos[r] for all thicknesses: the
 // product of what the branches have in each beam with their propagation to each thickness.
 void psi_of_beams(int num_g, const int* pos, int num_thickness, const double* thickness, int n,
                   int n_branch, const int* branch, double K_n, const double* beta_sel, const complex* eigen_val,
-                  const complex* const* eigen_vec, const complex* bc, complex* psi);
+                  const complex* const* eigen_vec, const complex* bc, complex* psi, scratch& room);
 
 // Working store of a job for N beams; each member is written anew at each tilt.
 struct work_cal_int {
@@ -162,6 +165,7 @@ struct work_cal_int {
     complex** p_eigen_vec;
     complex* p_eigen_val;
     complex* p_bc;
+    scratch room; // what a tilt needs beside, mostly in numeric
 };
 void alloc_work_cal_int(int N, int num_g, int num_perturb, work_cal_int& work);
 void free_work_cal_int(work_cal_int& work);
@@ -205,9 +209,9 @@ void solve_tilt(const tilt_problem& problem, const char* bethe_word, const compl
 
 // Amplitudes psi[r] of all output beams of a solved tilt at thickness t, angstrom; and psi[r][t] (one
 // block) for all thicknesses.
-void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
+void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, work_cal_int& work,
                      double t, complex* psi);
-void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, const work_cal_int& work,
+void tilt_amplitudes(const tilt_problem& problem, const tilt_state& state, work_cal_int& work,
                      int num_thickness, const double* thickness, complex* psi);
 
 // One tilt from K_t to intensity[r][t], for an incident intensity of 1; a beam that the selection of

@@ -1,46 +1,42 @@
 // SPDX-License-Identifier: MIT
 #include "solver/ovfunc.h"
 
+#include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
 #include "numeric/cmatutil.h"
 #include "numeric/lb_invmat.h"
-#include "numeric/vecmat.h"
-#include "numeric/workspace.h"
 
 namespace orvel {
 
 // ---- selection ------------------------------------------------------------------------------
 
-// A selection that grows beam by beam: exact beams go to the front of sel, Bethe beams wait in a
-// list of their own until the number of exact beams is known.
+// A selection that grows beam by beam: exact beams go to the front of sel, Bethe beams wait at its end,
+// the first one last, until the number of exact beams is known.
 struct selection {
-    int nesel, nbsel;
+    int N, nesel, nbsel;
     int* sel;
-    int* bethe;
 };
 
 static selection begin_selection(int N, const hkl* reflex_sel, int* sel) {
     if (reflex_sel[0].h != 0 || reflex_sel[0].k != 0 || reflex_sel[0].l != 0)
         ov_error_exit(stdout, "reflex_sel[0] must be 000");
     sel[0] = 0;
-    return {1, 0, sel, new_vector<int>(to_size(N))};
+    return {N, 1, 0, sel};
 }
 
 static void judge_beam(selection& s, int beam, double figure, double exact_limit, double bethe_limit) {
     if (exact_limit > figure)
         s.sel[s.nesel++] = beam;
     else if (bethe_limit > figure)
-        s.bethe[s.nbsel++] = beam;
+        s.sel[s.N - ++s.nbsel] = beam;
 }
 
 static void end_selection(const selection& s, int& nesel, int& nbsel) {
-    for (int i = 0; i < s.nbsel; ++i)
-        s.sel[s.nesel + i] = s.bethe[i];
-    std::free(s.bethe);
+    std::reverse(s.sel + s.N - s.nbsel, s.sel + s.N);
+    std::copy(s.sel + s.N - s.nbsel, s.sel + s.N, s.sel + s.nesel);
     nesel = s.nesel;
     nbsel = s.nbsel;
 }
@@ -118,14 +114,15 @@ void vg_select_trans_ug(int /*num_exact_beam*/, int /*num_bethe_beam*/, int nese
 // ---- structure matrix -----------------------------------------------------------------------
 
 void construct_ug_mat_slct(int nesel, int nbsel, const int* sel, double kv, const complex* const* vg,
-                           const double* Sg, const double* beta_ge, complex** a_matrix) {
+                           const double* Sg, const double* beta_ge, complex** a_matrix, scratch& room) {
     const double gamma = relativ_corr(kv);
     const double lambda = wavelength(kv);
     const complex U_000 = vg_to_ug(vg[0][0], gamma);
     const double K = std::sqrt(1 / (lambda * lambda) + U_000.re);
     const double ug_per_vg = vg_to_ug({1.0, 0.0}, gamma).re;
     const int n = nesel + nbsel;
-    double* inverse_root = workspace(slot_roots, to_size(n));
+    const scratch_mark begin = mark_scratch(room);
+    double* inverse_root = take<double>(room, to_size(n));
     for (int i = 0; i < n; ++i)
         inverse_root[i] = 1 / std::sqrt(beta_ge[sel[i]]);
     for (int i = 0; i < n; ++i) {
@@ -139,13 +136,14 @@ void construct_ug_mat_slct(int nesel, int nbsel, const int* sel, double kv, cons
         const double beta_i = beta_ge[sel[i]];
         a_matrix[i][i] = {2 * K * Sg[sel[i]] / beta_i, U_000.im / beta_i};
     }
+    release_scratch(room, begin);
 }
 
 // ---- Bethe reduction ------------------------------------------------------------------------
 
-// New matrix of the block of a that begins at (row, column).
-static complex** new_block(const complex* const* a, int row, int column, int rows, int columns) {
-    complex** block = new_matrix<complex>(to_size(rows), to_size(columns));
+// The block of a that begins at (row, column).
+static complex** take_block(const complex* const* a, int row, int column, int rows, int columns, scratch& room) {
+    complex** block = take_matrix(room, rows, columns);
     for (int i = 0; i < rows; ++i)
         for (int j = 0; j < columns; ++j)
             block[i][j] = a[row + i][column + j];
@@ -153,49 +151,50 @@ static complex** new_block(const complex* const* a, int row, int column, int row
 }
 
 // The reduction term by term, with the inverse of the weak block as invmat leaves it.
-static void fold_inverse(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
-    complex** a12 = new_block(a_matrix, 0, nesel, nesel, nbsel);
-    complex** a22 = new_block(a_matrix, nesel, nesel, nbsel, nbsel);
-    complex** weak = new_matrix<complex>(to_size(nbsel), to_size(nesel));
-    complex** folded = new_matrix<complex>(to_size(nesel), to_size(nesel));
-    invmat(nbsel, a22);
-    c_matmult(nbsel, nesel, nbsel, weak, a22, a_matrix + nesel);
-    c_matmult(nesel, nesel, nbsel, folded, a12, weak);
+static void fold_inverse(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room) {
+    complex** a12 = take_block(a_matrix, 0, nesel, nesel, nbsel, room);
+    complex** a22 = take_block(a_matrix, nesel, nesel, nbsel, nbsel, room);
+    complex** weak = take_matrix(room, nbsel, nesel);
+    complex** folded = take_matrix(room, nesel, nesel);
+    invmat(nbsel, a22, room);
+    c_matmult(nbsel, nesel, nbsel, weak, a22, a_matrix + nesel, room);
+    c_matmult(nesel, nesel, nbsel, folded, a12, weak, room);
     c_matcopy2(nesel, a_matrix, bethe_matrix);
     c_matsub2(nesel, bethe_matrix, folded);
-    free_matrix(a12);
-    free_matrix(a22);
-    free_matrix(weak);
-    free_matrix(folded);
 }
 
-void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
+void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room) {
+    const scratch_mark begin = mark_scratch(room);
     if (nbsel == 0)
         c_matcopy2(nesel, a_matrix, bethe_matrix);
-    else if (!fold_block(nesel, nbsel, a_matrix, bethe_matrix))
-        fold_inverse(nesel, nbsel, a_matrix, bethe_matrix);
+    else if (!fold_block(nesel, nbsel, a_matrix, bethe_matrix, room))
+        fold_inverse(nesel, nbsel, a_matrix, bethe_matrix, room);
+    release_scratch(room, begin);
 }
 
 // The quotient A_ih / A_hh is formed once for all columns; against forming each product first this
 // changes the last bit only.
-void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
-    complex** quotient = workspace_matrix(slot_matrix, nesel + 1, nbsel);
-    complex** folded = workspace_matrix(slot_matrix2, nesel, nesel);
-    complex* diagonal = quotient[nesel];
+void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room) {
+    const scratch_mark begin = mark_scratch(room);
+    complex** quotient = take_matrix(room, nesel, nbsel);
+    complex** folded = take_matrix(room, nesel, nesel);
+    complex* diagonal = take<complex>(room, to_size(nbsel));
     for (int h = 0; h < nbsel; ++h)
         diagonal[h] = a_matrix[nesel + h][nesel + h];
     for (int i = 0; i < nesel; ++i)
-        divide_row(nbsel, a_matrix[i] + nesel, diagonal, quotient[i]);
-    c_matmult(nesel, nesel, nbsel, folded, quotient, a_matrix + nesel);
+        c_div_row(nbsel, a_matrix[i] + nesel, diagonal, quotient[i]);
+    c_matmult(nesel, nesel, nbsel, folded, quotient, a_matrix + nesel, room);
     c_matcopy2(nesel, a_matrix, bethe_matrix);
     c_matsub2(nesel, bethe_matrix, folded);
+    release_scratch(room, begin);
 }
 
-void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
+void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix,
+                     scratch& room) {
     if (flag_bs < simple_form)
-        g_bethe(nesel, nbsel, a_matrix, bethe_matrix);
+        g_bethe(nesel, nbsel, a_matrix, bethe_matrix, room);
     else
-        simple_bethe(nesel, nbsel, a_matrix, bethe_matrix);
+        simple_bethe(nesel, nbsel, a_matrix, bethe_matrix, room);
 }
 
 } // namespace orvel

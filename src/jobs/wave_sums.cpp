@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "numeric/lb_waves.h"
+#include "jobs/wave_sums.h"
 
 #include <algorithm>
 
