@@ -131,6 +131,33 @@ TEST(Shapes, WithoutMemoryTheRunEnds) {
     }
 }
 
+TEST(Scratch, PiecesStayAndComeAgain) {
+    scratch room = {};
+    std::vector<std::pair<char*, std::size_t>> taken;
+    const auto take_all = [&] {
+        taken.clear();
+        for (const std::size_t size : {1, 0, 70, 40000, 5, 100000, 64})
+            taken.push_back({take<char>(room, size), size});
+    };
+    take_all();
+    for (const auto& [p, size] : taken) {
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 64, 0u);
+        for (const auto& [q, other] : taken)
+            EXPECT_TRUE(p == q || p + size <= q || q + other <= p);
+        std::fill_n(p, size, char(size)); // so that a sanitizer sees all of it
+    }
+    const std::vector<std::pair<char*, std::size_t>> before = taken;
+    release_scratch(room, {0, 0});
+    take_all();
+    EXPECT_EQ(taken, before);
+    const scratch_mark behind = mark_scratch(room);
+    char* const next = take<char>(room, 9);
+    release_scratch(room, behind);
+    EXPECT_EQ(take<char>(room, 9), next);
+    free_scratch(room);
+    EXPECT_EQ(room.block[0].data, nullptr);
+}
+
 TEST(Matrices, ProductsAgreeWithDirectSums) {
     const int n = 3, m = 5, l = 4;
     scratch room = {};

@@ -9,7 +9,7 @@
 
 #include "control/orvel.h"
 #include "matrix_util.h"
-#include "numeric/fast/dispatch.h"
+#include "numeric/fast/fast.h"
 #include "numeric/lb_eigmat.h"
 #include "numeric/lb_eigmat1.h"
 #include "numeric/lb_eigmat2.h"
@@ -353,6 +353,38 @@ TEST_P(OnEveryMachine, ReflectionsTakeSumsBelowEpsAsZero) {
         double ortr[4] = {}, orti[4] = {};
         corth(3, 1, 3, a.table(), ortr, orti, room);
         EXPECT_LT(std::abs(number(ortr[2], orti[2]) - c.ort) + std::abs(a(1, 0) - c.reduced), 1e-14);
+    }
+}
+
+// Two links of the chain in numbers: (3 + 4 i, 12) has the length 13; what it leaves on the next diagonal,
+// (3 + 4 i)(3 - 4 i) - 12 = 13, has with 84 the length 85. The squares of the last two cases leave the range.
+TEST_P(OnEveryMachine, RotationsOfAChain) {
+    for (const double scale : {1.0, 0.7, 1e-160, 1e160}) {
+        const number rows[3][3] = {{{3, 4}, 13, {26, -13}}, {12, {39, -52}, {0, 13}}, {0, 84, {13, 26}}};
+        const number c[2] = {number(3, 4) / 13.0, 13.0 / 85.0};
+        const double s[2] = {12.0 / 13.0, 84.0 / 85.0};
+        square wanted(3);
+        const scratch_mark begin = mark_scratch(room);
+        const planes h = take_zero_planes(room, 3, 3);
+        for (int i = 0; i < 9; ++i) {
+            set_element(h, i / 3, i % 3, record(scale * rows[i / 3][i % 3]));
+            wanted.data[to_size(i)] = record(rows[i / 3][i % 3]);
+        }
+        for (int i = 0; i < 2; ++i)
+            for (int j = 0; j < 3; ++j) {
+                const number x = wanted(i, j), y = wanted(i + 1, j);
+                wanted.at(i, j) = record(std::conj(c[i]) * x + s[i] * y);
+                wanted.at(i + 1, j) = record(c[i] * y - s[i] * x);
+            }
+        rotation g[3];
+        rotate_to_triangle(h, 0, 2, g);
+        for (int i = 0; i < 2; ++i)
+            EXPECT_LT(std::abs(number(g[i + 1].c_re, g[i + 1].c_im) - c[i]) + std::abs(g[i + 1].s - s[i]), 4 * ulp);
+        for (int i = 0; i < 9; ++i)
+            EXPECT_LT(std::abs(plain(orvel::element(h, i / 3, i % 3)) / scale - wanted(i / 3, i % 3)), 400 * ulp) << scale << " " << i;
+        EXPECT_NEAR(h.re[0] / scale, 13.0, 20 * ulp);
+        EXPECT_NEAR(h.re[h.ld + 1] / scale, 85.0, 400 * ulp);
+        release_scratch(room, begin);
     }
 }
 

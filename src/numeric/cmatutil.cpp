@@ -14,7 +14,8 @@ void c_matcopy2(int n, const complex* const* src, complex** dst) {
 
 void c_matmult(int n, int m, int l, complex** c, const complex* const* a, const complex* const* b, scratch& room) {
     const scratch_mark begin = mark_scratch(room);
-    const planes left = take_planes(room, n, l), right = take_planes(room, l, m), product = take_zero_planes(room, n, m);
+    const planes left = take_planes(room, n, l), right = take_planes(room, l, m);
+    const planes product = take_zero_planes(room, n, m);
     to_planes(n, l, a, left);
     to_planes(l, m, b, right);
     add_product(n, m, l, product, as_factors(left), right);

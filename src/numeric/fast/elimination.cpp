@@ -10,21 +10,23 @@ elimination new_elimination(scratch& room, int rows, int columns, int steps, boo
             take<int>(room, to_size(steps))};
 }
 
-static double square(split_vector x, int i) { return x.re[i] * x.re[i] + x.im[i] * x.im[i]; }
+// A square below which a modulus is smaller than that of z for certain; none if it is out of range.
+static double clearly_smaller(complex z) {
+    const double safe = 1 - 1e-14, least = 1e-280, most = 1e280;
+    const double square = c_norm(z);
+    return square > least && square < most ? safe * square : -1.0;
+}
 
-// Place of the largest of n moduli, the first one on ties. Squares pass over what is clearly smaller.
+// Place of the largest of n moduli, the first one on ties.
 static int largest_modulus(int n, split_vector x) {
-    const double clearly = 1 - 1e-14, least = 1e-280, most = 1e280;
     int place = 0;
-    double largest = square(x, 0);
+    double passed = clearly_smaller(element(x, 0));
     for (int i = 1; i < n; ++i) {
-        const double s = square(x, i);
-        if (s < clearly * largest && largest > least && largest < most)
+        const complex z = element(x, i);
+        if (c_norm(z) < passed || !(c_abs(z) > c_abs(element(x, place))))
             continue;
-        if (c_abs(element(x, i)) > c_abs(element(x, place))) {
-            place = i;
-            largest = s;
-        }
+        place = i;
+        passed = clearly_smaller(z);
     }
     return place;
 }
@@ -46,8 +48,8 @@ static void update_column(int rows, int c, planes panel, int d) {
 static bool factorise_panel(const elimination& e, int k0, int width, double limit) {
     const int rows = e.rows - k0;
     const planes panel = at(e.panels, k0, k0);
-    for (int i = 0; i < rows; ++i)
-        for (int c = 0; c < width; ++c)
+    for (int c = 0; c < width; ++c)
+        for (int i = 0; i < rows; ++i)
             set_element(panel, c, i, element(e.a, k0 + i, k0 + c));
     for (int c = 0; c < width; ++c) {
         if (c > 0)

@@ -89,13 +89,17 @@ static inline strip_row right_of(strip_row x, int k) {
     return x;
 }
 
-// The next diagonal element, ahead of its row; k is the column of the present one, next the row b.
+// The next diagonal element, ahead of its row; k is the column of the present one, next the row b. The
+// factor comes last, off the chain, unless the products could leave the range without it.
+template <bool careful>
 static inline void advance_diagonal(chain& c, double kappa, double beta, split_vector next, int k) {
+    const double first = careful ? kappa : 1.0, last = careful ? 1.0 : kappa;
+    const double d_re = first * c.d_re, d_im = first * c.d_im, kept = first * beta;
     const double b_re = next.re[k + 1], b_im = next.im[k + 1];
-    const double re = c.d_re * b_re - c.d_im * b_im - beta * c.re[k + 1];
-    const double im = c.d_re * b_im + c.d_im * b_re - beta * c.im[k + 1];
-    c.d_re = kappa * re;
-    c.d_im = kappa * im;
+    const double re = d_re * b_re - d_im * b_im - kept * c.re[k + 1];
+    const double im = d_re * b_im + d_im * b_re - kept * c.im[k + 1];
+    c.d_re = last * re;
+    c.d_im = last * im;
 }
 
 // Rotations j .. end of a strip, whose own diagonal gives them. Without care it stops in front of the
@@ -114,7 +118,7 @@ static inline int rotate_chain(planes h, int column, int j, int end, chain& c, r
         const vec<> kept = all(link.kappa * beta), s = all(link.g.s);
         const strip_row b = load_row(next);
         if (k + 1 < strip_columns)
-            advance_diagonal(c, link.kappa, beta, next, k);
+            advance_diagonal<careful>(c, link.kappa, beta, next, k);
         strip_row finished;
         for (int v = 0; v < strip_registers; ++v) {
             const cvec<> x = c.x.v[v], from_x = conj_mul(out, x), from_b = mul(d, b.v[v]);

@@ -42,39 +42,16 @@ void apply_sweeps(planes h, int column, int num_sweeps, const qr_sweep* sweeps) 
 
 // ---- columns --------------------------------------------------------------------------------
 
-// A square of group columns and group rows, by rows in memory and by columns in registers.
-struct square {
-    cvec<group> column[group];
-};
-
-static inline void transpose_square(vec<group>& a, vec<group>& b, vec<group>& c, vec<group>& d) {
-    const vec<group> ab_even = __builtin_shufflevector(a, b, 0, 4, 2, 6);
-    const vec<group> ab_odd = __builtin_shufflevector(a, b, 1, 5, 3, 7);
-    const vec<group> cd_even = __builtin_shufflevector(c, d, 0, 4, 2, 6);
-    const vec<group> cd_odd = __builtin_shufflevector(c, d, 1, 5, 3, 7);
-    a = __builtin_shufflevector(ab_even, cd_even, 0, 1, 4, 5);
-    b = __builtin_shufflevector(ab_odd, cd_odd, 0, 1, 4, 5);
-    c = __builtin_shufflevector(ab_even, cd_even, 2, 3, 6, 7);
-    d = __builtin_shufflevector(ab_odd, cd_odd, 2, 3, 6, 7);
-}
-
-static inline void transpose_square(square& x) {
-    transpose_square(x.column[0].re, x.column[1].re, x.column[2].re, x.column[3].re);
-    transpose_square(x.column[0].im, x.column[1].im, x.column[2].im, x.column[3].im);
-}
-
-static inline square load_square(planes h) {
-    square x;
-    for (int r = 0; r < group; ++r)
-        x.column[r] = load<group>(row_at(h, r, 0));
-    transpose_square(x);
-    return x;
-}
-
-static inline void store_square(planes h, square x) {
-    transpose_square(x);
-    for (int r = 0; r < group; ++r)
-        store(row_at(h, r, 0), x.column[r]);
+// Turns a square of group rows in registers into its columns, and back.
+static inline void transpose_square(vec<group>* x) {
+    const vec<group> even_01 = __builtin_shufflevector(x[0], x[1], 0, 4, 2, 6);
+    const vec<group> odd_01 = __builtin_shufflevector(x[0], x[1], 1, 5, 3, 7);
+    const vec<group> even_23 = __builtin_shufflevector(x[2], x[3], 0, 4, 2, 6);
+    const vec<group> odd_23 = __builtin_shufflevector(x[2], x[3], 1, 5, 3, 7);
+    x[0] = __builtin_shufflevector(even_01, even_23, 0, 1, 4, 5);
+    x[1] = __builtin_shufflevector(odd_01, odd_23, 0, 1, 4, 5);
+    x[2] = __builtin_shufflevector(even_01, even_23, 2, 3, 6, 7);
+    x[3] = __builtin_shufflevector(odd_01, odd_23, 2, 3, 6, 7);
 }
 
 static inline cvec<group> load_column(planes h) {
@@ -106,10 +83,24 @@ static inline void rotate_columns_of_group(planes h, int begin, int last, const 
     cvec<group> carried = load_column(at(h, 0, begin - 1));
     int j = begin;
     for (; j + group <= last + 1; j += group) {
-        square x = load_square(at(h, 0, j));
-        for (int k = 0; k < group; ++k)
-            x.column[k] = rotate_pair(carried, x.column[k], g[j + k]);
-        store_square(at(h, 0, j - 1), x);
+        vec<group> re[group], im[group];
+        for (int r = 0; r < group; ++r) {
+            re[r] = load<group>(row_at(h, r, j).re);
+            im[r] = load<group>(row_at(h, r, j).im);
+        }
+        transpose_square(re);
+        transpose_square(im);
+        for (int k = 0; k < group; ++k) {
+            const cvec<group> out = rotate_pair(carried, {re[k], im[k]}, g[j + k]);
+            re[k] = out.re;
+            im[k] = out.im;
+        }
+        transpose_square(re);
+        transpose_square(im);
+        for (int r = 0; r < group; ++r) {
+            store(row_at(h, r, j - 1).re, re[r]);
+            store(row_at(h, r, j - 1).im, im[r]);
+        }
     }
     for (; j <= last; ++j)
         store_column(at(h, 0, j - 1), rotate_pair(carried, load_column(at(h, 0, j)), g[j]));

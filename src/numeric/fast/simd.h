@@ -48,7 +48,7 @@ struct cvec {
 
 template <int N = register_lanes>
 inline vec<N> all(double x) {
-    return vec<N>{} + x;
+    return x - vec<N>{}; // in contrast to a sum, it costs nothing
 }
 template <int N = register_lanes>
 inline cvec<N> all(double re, double im) {
