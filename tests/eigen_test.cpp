@@ -129,7 +129,7 @@ static double residual_ratio(const square& a, const eigen_system& s, double tole
         double length = 0.0;
         double residual = 0.0;
         for (int i = 0; i < a.n; ++i) {
-            const number difference = product(a, s.v, i, j) - s.v(i, j) * plain(s.w[to_size(j)]);
+            const number difference = product(a, s.v, i, j) - s.v(i, j) * number_of(s.w[to_size(j)]);
             length += std::norm(s.v(i, j));
             residual += std::norm(difference / norm);
         }
@@ -199,7 +199,7 @@ TEST(Eigen, AgreesWithLapack) {
             const eigen_system s = solve(solver, a, 1e-14);
             for (int j = 0; j < n; ++j) {
                 const int k = rank[to_size(j)];
-                EXPECT_LT(std::abs(plain(w[to_size(k)]) - plain(s.w[to_size(j)])), 1e-10);
+                EXPECT_LT(std::abs(number_of(w[to_size(k)]) - number_of(s.w[to_size(j)])), 1e-10);
                 number overlap = 0.0;
                 for (int i = 0; i < n; ++i)
                     overlap += std::conj(vectors(k, i)) * s.v(i, j);
@@ -239,7 +239,7 @@ static int expect_same(const eigen_system& fast, const eigen_system& published, 
                        const compared_level& level) {
     int compared = 0;
     for (int j = 0; j < fast.v.n; ++j) {
-        const auto distance = [&](complex z) { return std::abs(plain(z) - plain(published.w[to_size(j)])) / norm; };
+        const auto distance = [&](complex z) { return std::abs(number_of(z) - number_of(published.w[to_size(j)])) / norm; };
         const auto closer = [&](complex x, complex y) { return distance(x) < distance(y); };
         const auto same = std::min_element(fast.w.begin(), fast.w.end(), closer);
         double gap = 1.0, difference = 0.0, length = 0.0;
@@ -381,7 +381,7 @@ TEST_P(OnEveryMachine, RotationsOfAChain) {
         for (int i = 0; i < 2; ++i)
             EXPECT_LT(std::abs(number(g[i + 1].c_re, g[i + 1].c_im) - c[i]) + std::abs(g[i + 1].s - s[i]), 4 * ulp);
         for (int i = 0; i < 9; ++i)
-            EXPECT_LT(std::abs(plain(orvel::element(h, i / 3, i % 3)) / scale - wanted(i / 3, i % 3)), 400 * ulp) << scale << " " << i;
+            EXPECT_LT(std::abs(number_of(element(h, i / 3, i % 3)) / scale - wanted(i / 3, i % 3)), 400 * ulp) << scale << " " << i;
         EXPECT_NEAR(h.re[0] / scale, 13.0, 20 * ulp);
         EXPECT_NEAR(h.re[h.ld + 1] / scale, 85.0, 400 * ulp);
         release_scratch(room, begin);
@@ -466,7 +466,7 @@ TEST(EigenSorts, OrderAndTies) {
             (c.name == std::string("real") ? re_part_csort : norm_csort)(n, w.data(), v.table(), c.flag, room);
         for (int j = 0; j < n; ++j) {
             const int from = c.from[to_size(j)];
-            EXPECT_EQ(plain(w[to_size(j)]), plain(c.values[to_size(from)])) << c.name << j;
+            EXPECT_EQ(number_of(w[to_size(j)]), number_of(c.values[to_size(from)])) << c.name << j;
             for (int i = 0; i < n; ++i)
                 EXPECT_EQ(v(i, j), number(i, from));
         }
@@ -554,7 +554,7 @@ TEST(EigenCMat, EigenvaluesAloneAndEqualOnes) {
     EXPECT_EQ(eigen_c_mat(6, 1e-13, 0, b.table(), alone.data(), nullptr, room), 0);
     std::sort(alone.begin(), alone.end(), [](complex x, complex y) { return x.re < y.re; });
     for (std::size_t j = 0; j < 6; ++j)
-        EXPECT_LT(std::abs(plain(with[j]) - plain(alone[j])), 1e-12);
+        EXPECT_LT(std::abs(number_of(with[j]) - number_of(alone[j])), 1e-12);
     square c = random_square(6, 9);
     EXPECT_EQ(eigen_c_mat(6, 1e-13, 2, c.table(), with.data(), v.table(), room), 0);
     EXPECT_TRUE(std::is_sorted(with.rbegin(), with.rend(), [](complex x, complex y) { return c_norm(x) < c_norm(y); }));

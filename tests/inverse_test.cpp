@@ -42,7 +42,7 @@ TEST(Inverse, WhatStandsWithoutAPivot) {
         square a = matrix_of(c.n, c.a);
         EXPECT_EQ(inv_c_mat(c.n, 1e-8, a.table(), room), c.code);
         for (std::size_t i = 0; i < c.left.size(); ++i)
-            EXPECT_EQ(plain(a.data[i]), number(c.left[i], 0.0)) << i;
+            EXPECT_EQ(number_of(a.data[i]), number(c.left[i], 0.0)) << i;
     }
 }
 
@@ -71,7 +71,7 @@ TEST(Inverse, FirstColumnOfSmallMatrices) {
             if (std::isnan(c.x[i]))
                 EXPECT_TRUE(std::isnan(x[i].re));
             else
-                EXPECT_LE(std::abs(plain(x[i]) - c.x[i]), 1e-6 * std::abs(c.x[i])) << c.n << i;
+                EXPECT_LE(std::abs(number_of(x[i]) - c.x[i]), 1e-6 * std::abs(c.x[i])) << c.n << i;
         }
     }
 }
@@ -151,7 +151,7 @@ static result plain_inv_c_mat(square m, double tolerance) {
     }
     result r = {0, {}};
     for (const complex z : x.data)
-        r.left.push_back(plain(z));
+        r.left.push_back(number_of(z));
     return r;
 }
 
@@ -196,7 +196,7 @@ static result plain_inverse(square m, double tolerance) {
 static result fast_inv_c_mat(square m, double tolerance) {
     result r = {inv_c_mat(m.n, tolerance, m.table(), room), {}};
     for (const complex z : m.data)
-        r.left.push_back(plain(z));
+        r.left.push_back(number_of(z));
     return r;
 }
 
@@ -205,7 +205,7 @@ static result fast_inverse(square m, double tolerance) {
     result r = {-1, {}};
     inverse(m.n, m.table(), x.data(), tolerance, r.code, room);
     for (const complex z : x)
-        r.left.push_back(plain(z));
+        r.left.push_back(number_of(z));
     return r;
 }
 

@@ -24,7 +24,7 @@ inline void spoil_room() {
             std::memset(b.data, 0xff, b.size);
 }
 
-inline number plain(orvel::complex z) { return {z.re, z.im}; }
+inline number number_of(orvel::complex z) { return {z.re, z.im}; }
 inline orvel::complex record(number z) { return {z.real(), z.imag()}; }
 
 struct square {
@@ -37,7 +37,7 @@ struct square {
     square& operator=(const square&) = delete;
     orvel::complex** table() { return rows.data(); }
     orvel::complex& at(int i, int j) { return rows[std::size_t(i)][j]; }
-    number operator()(int i, int j) const { return plain(rows[std::size_t(i)][j]); }
+    number operator()(int i, int j) const { return number_of(rows[std::size_t(i)][j]); }
 
 private:
     void point() {

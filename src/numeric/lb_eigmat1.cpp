@@ -50,14 +50,8 @@ static inline void row_times_upper(int n, int first, const complex* x, const com
 // Row first .. end-1 with the largest modulus in a column, the first one on ties.
 static int largest_in_column(int first, int end, int column, const complex* const* a) {
     int row = first;
-    double largest = c_abs(a[first][column]);
-    for (int i = first + 1; i < end; ++i) {
-        const double modulus = c_abs(a[i][column]);
-        if (modulus > largest) {
-            largest = modulus;
-            row = i;
-        }
-    }
+    for (int i = first + 1; i < end; ++i)
+        row = c_abs(a[i][column]) > c_abs(a[row][column]) ? i : row;
     return row;
 }
 

@@ -6,32 +6,10 @@
 namespace orvel {
 namespace ORVEL_MACHINE {
 
-// Rows above the reflection, R of them: only its right side acts on them.
-template <int R>
-static inline void multiply_upper_rows(planes a, int i, int begin, int end, const pending_reflection& old,
-                                       const matrix_products& next) {
-    cvec<> z[R], product[R];
-    for (int r = 0; r < R; ++r) {
-        z[r] = all(old.z.re[i + r], old.z.im[i + r]);
-        product[r] = all(0.0, 0.0);
-    }
-    for (int j = begin; j < end; j += register_lanes) {
-        const cvec<> u_col = load(at(old.u_col, j)), v = load(at(next.v, j));
-        for (int r = 0; r < R; ++r) {
-            const split_vector place = row_at(a, i + r, j);
-            const cvec<> x = sub_mul(load(place), z[r], u_col);
-            store(place, x);
-            product[r] = add_mul(product[r], x, v);
-        }
-    }
-    for (int r = 0; r < R; ++r)
-        set_element(next.product, i + r, sum_of(product[r]));
-}
-
-// Rows that both sides of the reflection act on.
-template <int R>
-static inline void multiply_lower_rows(planes a, int i, int begin, int end, const pending_reflection& old,
-                                       const matrix_products& next) {
+// R rows from row i on, either above the reflection, where only its right side acts, or of both sides.
+template <int R, bool both_sides>
+static inline void multiply_rows(planes a, int i, int begin, int end, const pending_reflection& old,
+                                 const matrix_products& next) {
     cvec<> z[R], u[R], v_row[R], product[R];
     for (int r = 0; r < R; ++r) {
         z[r] = all(old.z.re[i + r], old.z.im[i + r]);
@@ -44,12 +22,14 @@ static inline void multiply_lower_rows(planes a, int i, int begin, int end, cons
         cvec<> sum = load(at(next.sum, j));
         for (int r = 0; r < R; ++r) {
             const split_vector place = row_at(a, i + r, j);
-            const cvec<> x = sub_mul(sub_mul(load(place), z[r], u_col), u[r], y);
+            const cvec<> right = sub_mul(load(place), z[r], u_col);
+            const cvec<> x = both_sides ? sub_mul(right, u[r], y) : right;
             store(place, x);
             product[r] = add_mul(product[r], x, v);
             sum = add_conj_mul(sum, v_row[r], x);
         }
-        store(at(next.sum, j), sum);
+        if (both_sides)
+            store(at(next.sum, j), sum);
     }
     for (int r = 0; r < R; ++r)
         set_element(next.product, i + r, sum_of(product[r]));
@@ -61,13 +41,13 @@ void reflect_and_multiply(planes a, int n, int last, const pending_reflection& o
         store(at(next.sum, j), all(0.0, 0.0));
     int i = 0;
     for (; i + 2 <= old.first; i += 2)
-        multiply_upper_rows<2>(a, i, begin, last + 1, old, next);
+        multiply_rows<2, false>(a, i, begin, last + 1, old, next);
     for (; i < old.first; ++i)
-        multiply_upper_rows<1>(a, i, begin, last + 1, old, next);
+        multiply_rows<1, false>(a, i, begin, last + 1, old, next);
     for (; i + 2 <= last + 1; i += 2)
-        multiply_lower_rows<2>(a, i, begin, n, old, next);
+        multiply_rows<2, true>(a, i, begin, n, old, next);
     for (; i <= last; ++i)
-        multiply_lower_rows<1>(a, i, begin, n, old, next);
+        multiply_rows<1, true>(a, i, begin, n, old, next);
 }
 
 } // namespace ORVEL_MACHINE
