@@ -19,13 +19,10 @@ struct hessenberg_work {
 };
 
 static hessenberg_work begin_reduction(int n, int first, const complex* const* a, scratch& room) {
-    hessenberg_work w = {};
-    w.a = take_zero_planes(room, n, n);
-    w.old.first = first;
-    for (split_vector* x : {&w.old.u, &w.old.z, &w.old.y, &w.old.u_col, &w.next.v, &w.next.sum, &w.next.product})
-        *x = take_zero_vector(room, n);
-    to_planes(n, n, a, w.a);
-    return w;
+    const planes p = take_zero_planes(room, n, n);
+    to_planes(n, n, a, p);
+    const auto zeros = [&] { return take_zero_vector(room, n); };
+    return {p, {first, zeros(), zeros(), zeros(), zeros()}, {zeros(), zeros(), zeros()}};
 }
 
 // Applies what is pending to one column, rows 0..last, ahead of the others.

@@ -41,10 +41,12 @@ void free_scratch(scratch& room) {
 }
 
 complex** take_matrix(scratch& room, int rows, int columns) {
-    complex** table = static_cast<complex**>(take_bytes(room, to_size(rows) * sizeof(complex*)));
-    const std::size_t row = size_product(to_size(columns), sizeof(complex));
-    complex* data = static_cast<complex*>(take_bytes(room, size_product(to_size(rows), row)));
-    chk_matrix(table != nullptr ? data : nullptr);
+    const std::size_t table_size = (to_size(rows) * sizeof(void*) / line + 1) * line;
+    const std::size_t data_size = size_product(size_product(to_size(rows), to_size(columns)), sizeof(complex));
+    char* piece = static_cast<char*>(take_bytes(room, data_size < SIZE_MAX / 2 ? table_size + data_size : SIZE_MAX));
+    chk_matrix(piece);
+    complex** table = reinterpret_cast<complex**>(piece);
+    complex* data = reinterpret_cast<complex*>(piece + table_size);
     for (int i = 0; i < rows; ++i)
         table[i] = data + to_size(i) * to_size(columns);
     return table;
