@@ -102,7 +102,7 @@ complex** new_structure_matrix(int n) {
     alloc_work_cal_int(n, p.num_g, 0, work);
     select_tilt(p, gaas_zone().K_t, work);
     complex** a = new_matrix<complex>(to_size(n), to_size(n));
-    construct_ug_mat_slct(work, p.kv, p.vg, work.Sg, work.beta_ge, a);
+    construct_ug_mat_slct(work, p.kv, p.vg, work.Sg, work.beta_ge, a, work.room);
     free_work_cal_int(work);
     return a;
 }

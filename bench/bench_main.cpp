@@ -10,7 +10,7 @@
 #include <dlfcn.h>
 #include <fftw3.h>
 
-#include "numeric/machine.h"
+#include "numeric/fast/dispatch.h"
 #include "openblas.h"
 
 #ifdef __clang__

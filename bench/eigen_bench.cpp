@@ -16,6 +16,8 @@
 using namespace orvel;
 using namespace orvel_bench;
 
+static scratch room;
+
 static bool right_of(complex a, complex b) { return a.re > b.re; }
 
 // Arguments: epsilon.eigmat_func and the order.
@@ -32,7 +34,7 @@ static void eigensystem(benchmark::State& state) {
         comparison rounds;
         while (wants_round(rounds)) {
             double begin = now();
-            eigmat(n, a, val, vec);
+            eigmat(n, a, val, vec, room);
             rounds.own.push_back(now() - begin);
             copy = columns;
             begin = now();
@@ -64,7 +66,7 @@ static void inverse_of_matrix(benchmark::State& state) {
         while (wants_round(rounds)) {
             c_matcopy2(n, block, inverse);
             double begin = now();
-            invmat(n, inverse);
+            invmat(n, inverse, room);
             rounds.own.push_back(now() - begin);
             copy = columns;
             begin = now();
@@ -94,7 +96,7 @@ static void boundary_condition(benchmark::State& state) {
         while (wants_round(rounds)) {
             c_matcopy2(n, vec, own);
             double begin = now();
-            bc_invmat(n, own, bc.data());
+            bc_invmat(n, own, bc.data(), room);
             rounds.own.push_back(now() - begin);
             copy = columns;
             std::fill(x.begin(), x.end(), complex{0, 0});

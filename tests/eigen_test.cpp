@@ -9,12 +9,11 @@
 
 #include "control/orvel.h"
 #include "matrix_util.h"
+#include "numeric/fast/fast.h"
 #include "numeric/lb_eigmat.h"
 #include "numeric/lb_eigmat1.h"
 #include "numeric/lb_eigmat2.h"
-#include "numeric/machine.h"
 #include "numeric/vecmat.h"
-#include "numeric/workspace.h"
 #include "published_chain.h"
 #include "test_util.h"
 
@@ -47,9 +46,9 @@ struct eigen_system {
 static eigen_system solve(int solver, square a, double tolerance) {
     eigen_system s = {std::vector<complex>(to_size(a.n)), square(a.n), 0};
     if (solver == 0)
-        eispack_cg(a.n, tolerance, a.table(), s.w.data(), s.v.table());
+        eispack_cg(a.n, tolerance, a.table(), s.w.data(), s.v.table(), room);
     else
-        s.code = eigen_c_mat(a.n, tolerance, 1, a.table(), s.w.data(), s.v.table());
+        s.code = eigen_c_mat(a.n, tolerance, 1, a.table(), s.w.data(), s.v.table(), room);
     return s;
 }
 
@@ -130,7 +129,7 @@ static double residual_ratio(const square& a, const eigen_system& s, double tole
         double length = 0.0;
         double residual = 0.0;
         for (int i = 0; i < a.n; ++i) {
-            const number difference = product(a, s.v, i, j) - s.v(i, j) * plain(s.w[to_size(j)]);
+            const number difference = product(a, s.v, i, j) - s.v(i, j) * number_of(s.w[to_size(j)]);
             length += std::norm(s.v(i, j));
             residual += std::norm(difference / norm);
         }
@@ -200,7 +199,7 @@ TEST(Eigen, AgreesWithLapack) {
             const eigen_system s = solve(solver, a, 1e-14);
             for (int j = 0; j < n; ++j) {
                 const int k = rank[to_size(j)];
-                EXPECT_LT(std::abs(plain(w[to_size(k)]) - plain(s.w[to_size(j)])), 1e-10);
+                EXPECT_LT(std::abs(number_of(w[to_size(k)]) - number_of(s.w[to_size(j)])), 1e-10);
                 number overlap = 0.0;
                 for (int i = 0; i < n; ++i)
                     overlap += std::conj(vectors(k, i)) * s.v(i, j);
@@ -240,7 +239,7 @@ static int expect_same(const eigen_system& fast, const eigen_system& published, 
                        const compared_level& level) {
     int compared = 0;
     for (int j = 0; j < fast.v.n; ++j) {
-        const auto distance = [&](complex z) { return std::abs(plain(z) - plain(published.w[to_size(j)])) / norm; };
+        const auto distance = [&](complex z) { return std::abs(number_of(z) - number_of(published.w[to_size(j)])) / norm; };
         const auto closer = [&](complex x, complex y) { return distance(x) < distance(y); };
         const auto same = std::min_element(fast.w.begin(), fast.w.end(), closer);
         double gap = 1.0, difference = 0.0, length = 0.0;
@@ -259,13 +258,6 @@ static int expect_same(const eigen_system& fast, const eigen_system& published, 
     return compared;
 }
 
-// NaN wherever the last call has left its numbers.
-static void spoil_workspace() {
-    const std::size_t count = 1 << 13;
-    for (int slot = 0; slot < slot_count; ++slot)
-        std::fill_n(workspace(workspace_slot(slot), count), count, nan_value);
-}
-
 TEST(EispackChain, IsThePublishedOneOnEveryMachine) {
     int met[num_tests][2] = {}, vectors = 0, compared = 0;
     unsigned seed = 0;
@@ -281,7 +273,7 @@ TEST(EispackChain, IsThePublishedOneOnEveryMachine) {
         for (int kind = machine_plain; kind <= best_machine(); ++kind) {
             SCOPED_TRACE(testing::Message() << name << " " << n << " " << level.tolerance << " machine " << kind);
             use_machine(machine_kind(kind));
-            spoil_workspace();
+            spoil_room();
             const eigen_system fast = solve(0, a, level.tolerance * norm);
             compared += expect_same(fast, published, norm, level);
             vectors += level.vectors > 0.0 ? n : 0;
@@ -320,7 +312,7 @@ static eigen_system upper_part(square h, std::vector<double> ortr = {}) {
     ortr.resize(size);
     std::vector<double> orti(size);
     eigen_system s = {std::vector<complex>(size), square(h.n), 0};
-    comqr2(h.n, 1, h.n, ortr.data(), orti.data(), h.table(), s.w.data(), s.v.table());
+    comqr2(h.n, 1, h.n, ortr.data(), orti.data(), h.table(), s.w.data(), s.v.table(), room);
     return s;
 }
 
@@ -359,8 +351,40 @@ TEST_P(OnEveryMachine, ReflectionsTakeSumsBelowEpsAsZero) {
         a.at(1, 0) = record(c.subdiagonal);
         a.at(2, 0) = record(c.below);
         double ortr[4] = {}, orti[4] = {};
-        corth(3, 1, 3, a.table(), ortr, orti);
+        corth(3, 1, 3, a.table(), ortr, orti, room);
         EXPECT_LT(std::abs(number(ortr[2], orti[2]) - c.ort) + std::abs(a(1, 0) - c.reduced), 1e-14);
+    }
+}
+
+// Two links of the chain in numbers: (3 + 4 i, 12) has the length 13; what it leaves on the next diagonal,
+// (3 + 4 i)(3 - 4 i) - 12 = 13, has with 84 the length 85. The squares of the last two cases leave the range.
+TEST_P(OnEveryMachine, RotationsOfAChain) {
+    for (const double scale : {1.0, 0.7, 1e-160, 1e160}) {
+        const number rows[3][3] = {{{3, 4}, 13, {26, -13}}, {12, {39, -52}, {0, 13}}, {0, 84, {13, 26}}};
+        const number c[2] = {number(3, 4) / 13.0, 13.0 / 85.0};
+        const double s[2] = {12.0 / 13.0, 84.0 / 85.0};
+        square wanted(3);
+        const scratch_mark begin = mark_scratch(room);
+        const planes h = take_zero_planes(room, 3, 3);
+        for (int i = 0; i < 9; ++i) {
+            set_element(h, i / 3, i % 3, record(scale * rows[i / 3][i % 3]));
+            wanted.data[to_size(i)] = record(rows[i / 3][i % 3]);
+        }
+        for (int i = 0; i < 2; ++i)
+            for (int j = 0; j < 3; ++j) {
+                const number x = wanted(i, j), y = wanted(i + 1, j);
+                wanted.at(i, j) = record(std::conj(c[i]) * x + s[i] * y);
+                wanted.at(i + 1, j) = record(c[i] * y - s[i] * x);
+            }
+        rotation g[3];
+        rotate_to_triangle(h, 0, 2, g);
+        for (int i = 0; i < 2; ++i)
+            EXPECT_LT(std::abs(number(g[i + 1].c_re, g[i + 1].c_im) - c[i]) + std::abs(g[i + 1].s - s[i]), 4 * ulp);
+        for (int i = 0; i < 9; ++i)
+            EXPECT_LT(std::abs(number_of(element(h, i / 3, i % 3)) / scale - wanted(i / 3, i % 3)), 400 * ulp) << scale << " " << i;
+        EXPECT_NEAR(h.re[0] / scale, 13.0, 20 * ulp);
+        EXPECT_NEAR(h.re[h.ld + 1] / scale, 85.0, 400 * ulp);
+        release_scratch(room, begin);
     }
 }
 
@@ -437,12 +461,12 @@ TEST(EigenSorts, OrderAndTies) {
             for (int j = 0; j < n; ++j)
                 v.at(i, j) = {double(i), double(j)};
         if (c.name == std::string("chain"))
-            sort_eigval_eigvec(n, w.data(), v.table());
+            sort_eigval_eigvec(n, w.data(), v.table(), room);
         else
-            (c.name == std::string("real") ? re_part_csort : norm_csort)(n, w.data(), v.table(), c.flag);
+            (c.name == std::string("real") ? re_part_csort : norm_csort)(n, w.data(), v.table(), c.flag, room);
         for (int j = 0; j < n; ++j) {
             const int from = c.from[to_size(j)];
-            EXPECT_EQ(plain(w[to_size(j)]), plain(c.values[to_size(from)])) << c.name << j;
+            EXPECT_EQ(number_of(w[to_size(j)]), number_of(c.values[to_size(from)])) << c.name << j;
             for (int i = 0; i < n; ++i)
                 EXPECT_EQ(v(i, j), number(i, from));
         }
@@ -489,7 +513,7 @@ TEST(Eigmat, ConsoleAndInput) {
             dbg.eigval_dump_flag = dbg.eigvec_dump_flag = c.dumps;
             square matrix = c.matrix, vectors(3);
             std::vector<complex> values(3);
-            eigmat(c.n, matrix.table(), values.data(), vectors.table());
+            eigmat(c.n, matrix.table(), values.data(), vectors.table(), room);
             const std::size_t bytes = matrix.data.size() * sizeof(complex);
             if (std::memcmp(matrix.data.data(), c.matrix.data.data(), bytes) != 0)
                 std::puts("input changed");
@@ -526,13 +550,13 @@ TEST(EigenCMat, EigenvaluesAloneAndEqualOnes) {
     square a = random_square(6, 9), b = a;
     std::vector<complex> with(6), alone(6);
     square v(6);
-    EXPECT_EQ(eigen_c_mat(6, 1e-13, -1, a.table(), with.data(), v.table()), 0);
-    EXPECT_EQ(eigen_c_mat(6, 1e-13, 0, b.table(), alone.data(), nullptr), 0);
+    EXPECT_EQ(eigen_c_mat(6, 1e-13, -1, a.table(), with.data(), v.table(), room), 0);
+    EXPECT_EQ(eigen_c_mat(6, 1e-13, 0, b.table(), alone.data(), nullptr, room), 0);
     std::sort(alone.begin(), alone.end(), [](complex x, complex y) { return x.re < y.re; });
     for (std::size_t j = 0; j < 6; ++j)
-        EXPECT_LT(std::abs(plain(with[j]) - plain(alone[j])), 1e-12);
+        EXPECT_LT(std::abs(number_of(with[j]) - number_of(alone[j])), 1e-12);
     square c = random_square(6, 9);
-    EXPECT_EQ(eigen_c_mat(6, 1e-13, 2, c.table(), with.data(), v.table()), 0);
+    EXPECT_EQ(eigen_c_mat(6, 1e-13, 2, c.table(), with.data(), v.table(), room), 0);
     EXPECT_TRUE(std::is_sorted(with.rbegin(), with.rend(), [](complex x, complex y) { return c_norm(x) < c_norm(y); }));
     square unit(2), diagonal = matrix_2({1e-9, 0}, {0, 0}, {0, 0}, {2e-9, 0}); // below the tolerance, 1
     EXPECT_EQ(eigen_c_mat(2, 1.0, 0, diagonal.table(), alone.data(), unit.table()), 1);

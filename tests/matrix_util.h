@@ -5,16 +5,26 @@
 #pragma once
 
 #include <complex>
+#include <cstring>
 #include <random>
 #include <vector>
 
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 
 namespace orvel_test {
 
 using number = std::complex<double>;
 
-inline number plain(orvel::complex z) { return {z.re, z.im}; }
+// Work space of all solvers; and NaN wherever the last call has left its numbers.
+inline orvel::scratch room;
+inline void spoil_room() {
+    for (const auto& b : room.block)
+        if (b.data != nullptr)
+            std::memset(b.data, 0xff, b.size);
+}
+
+inline number number_of(orvel::complex z) { return {z.re, z.im}; }
 inline orvel::complex record(number z) { return {z.real(), z.imag()}; }
 
 struct square {
@@ -27,7 +37,7 @@ struct square {
     square& operator=(const square&) = delete;
     orvel::complex** table() { return rows.data(); }
     orvel::complex& at(int i, int j) { return rows[std::size_t(i)][j]; }
-    number operator()(int i, int j) const { return plain(rows[std::size_t(i)][j]); }
+    number operator()(int i, int j) const { return number_of(rows[std::size_t(i)][j]); }
 
 private:
     void point() {

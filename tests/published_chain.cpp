@@ -51,7 +51,7 @@ void scale_column(matrix& a, int j, int first, int last, number f) {
 // Row (or column) j holds nothing but its diagonal element, and was exchanged with number m.
 bool isolate(chain& c, int j, int m, bool row) {
     for (int i = c.low; i <= c.igh; ++i)
-        if (i != j && met(c, element, larger(row ? c.h(j, i) : c.h(i, j)) > c.eps))
+        if (i != j && met(c, element_there, larger(row ? c.h(j, i) : c.h(i, j)) > c.eps))
             return false;
     c.scale(m) = j;
     for (int i = 1; i <= c.igh && j != m; ++i)
@@ -285,7 +285,7 @@ int published_chain(const square& a, double eps, std::vector<orvel::complex>& w,
     const matrix zero = {a.n, std::vector<number>(n * n)}, zeros = {1, std::vector<number>(n)};
     const table<double> reals = {1, std::vector<double>(n)};
     chain c = {a.n, 1, a.n, eps, zero, zero, zeros, zeros, reals, reals, counts};
-    std::transform(a.data.begin(), a.data.end(), c.h.x.begin(), plain);
+    std::transform(a.data.begin(), a.data.end(), c.h.x.begin(), number_of);
     cbal(c);
     corth(c);
     accumulate(c);

@@ -9,7 +9,7 @@
 namespace orvel_test {
 
 // Its tests, each by what makes it true: an element is there, a row is scaled, ...
-enum chain_test { element,
+enum chain_test { element_there,
                   scaled_row,
                   reflected,
                   phase_taken,

@@ -14,7 +14,7 @@
 #include "crystal_util.h"
 #include "numeric/machine.h"
 #include "numeric/vecmat.h"
-#include "solver/ovfunc.h"
+#include "solver/ovfunc_tilt.h"
 
 using namespace orvel;
 using namespace orvel_test;

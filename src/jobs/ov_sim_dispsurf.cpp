@@ -10,7 +10,6 @@
 #include "jobs/ov_sim_input.h"
 #include "jobs/ov_sim_mesh.h"
 #include "numeric/vecmat.h"
-#include "numeric/workspace.h"
 
 namespace orvel {
 
@@ -100,12 +99,14 @@ static void print_surface_row(const work_cal_int& work, const pixel& place, cons
 static void print_intensity_row(const tilt_problem& problem, work_cal_int& work, const pixel& place,
                                 const dispsurf_tables& tables) {
     const std::size_t count = to_size(problem.num_g) * to_size(problem.num_thickness);
-    complex* psi = workspace_vector(slot_waves, count);
+    const scratch_mark begin = mark_scratch(work.room);
+    complex* psi = take<complex>(work.room, count);
     tilt_amplitudes(problem, work, psi);
     ov_fprintf(tables.intensity.file, "%g\t%g", place.h, place.g);
     for (std::size_t i = 0; i < count; ++i)
         ov_fprintf(tables.intensity.file, "\t%g", c_norm(psi[i]) * epsilon.intensity_scaling);
     ov_fprintf(tables.intensity.file, "\n");
+    release_scratch(work.room, begin);
 }
 
 // Amplitude of each output beam in each branch, excitation included.

@@ -7,12 +7,13 @@
 #pragma once
 
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 
 namespace orvel {
 
 // All eigenvalues and right eigenvectors of matrix[row][column] (order n, left unchanged), sorted
 // by descending real part. eigen_vec[i][j] is component i of eigenvector j. A solver that did not
 // converge leaves what it has; an unknown epsilon.eigmat_func ends the process. Returns 0.
-int eigmat(int n, const complex* const* matrix, complex* eigen_val, complex** eigen_vec);
+int eigmat(int n, const complex* const* matrix, complex* eigen_val, complex** eigen_vec, scratch& room);
 
 } // namespace orvel

@@ -3,11 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 #include "control/ov_mpi.h"
-#include "numeric/lb_rows.h"
-#include "numeric/vecmat.h"
+#include "numeric/clones.h"
 
 namespace orvel {
 
@@ -16,6 +14,60 @@ constexpr int converged = 0;
 constexpr int trivial = 1;
 constexpr int invalid_argument = 3;
 constexpr int not_converged = 30000;
+
+// ---- row operations: loops along rows, each sum in the order of its textbook form ----
+
+// A complex number in a vector register. Loops that carry numbers from one step to the next, where
+// compilers find no vectors of their own, gain a third by it.
+typedef double pair __attribute__((vector_size(16)));
+
+// y += f x, for n elements that do not overlap.
+static inline void row_add(int n, complex* __restrict y, complex f, const complex* __restrict x) {
+    for (int j = 0; j < n; ++j) {
+        y[j].re = y[j].re + f.re * x[j].re - f.im * x[j].im;
+        y[j].im = y[j].im + f.re * x[j].im + f.im * x[j].re;
+    }
+}
+
+// Sum of x[j] row[j] for j = from .. end-1.
+static inline complex row_sum(int from, int end, const complex* row, const complex* x) {
+    pair sum = {};
+    for (int j = from; j < end; ++j) {
+        const pair im = {-x[j].im, x[j].im};
+        sum = sum + x[j].re * pair{row[j].re, row[j].im} + im * pair{row[j].im, row[j].re};
+    }
+    return {sum[0], sum[1]};
+}
+
+// Product of a row with an upper triangular matrix: for j = first .. n-1, sum[j] = sum over
+// k = first .. j of x[k] upper[k][j], k ascending.
+static inline void row_times_upper(int n, int first, const complex* x, const complex* const* upper, complex* sum) {
+    std::fill(sum + first, sum + n, complex{0.0, 0.0});
+    for (int k = first; k < n; ++k)
+        row_add(n - k, sum + k, x[k], upper[k] + k);
+}
+
+// Row first .. end-1 with the largest modulus in a column, the first one on ties.
+static int largest_in_column(int first, int end, int column, const complex* const* a) {
+    int row = first;
+    for (int i = first + 1; i < end; ++i)
+        row = c_abs(a[i][column]) > c_abs(a[row][column]) ? i : row;
+    return row;
+}
+
+// In place, for matrices held by columns in between.
+static void transpose(int n, complex** a) {
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < i; ++j)
+            std::swap(a[i][j], a[j][i]);
+}
+
+static void exchange_columns(int n, int j, int k, complex** a) {
+    for (int i = 0; i < n; ++i)
+        std::swap(a[i][j], a[i][k]);
+}
+
+// ---- the steps of the solver ----
 
 // Largest sum of moduli in a column; NaN if there is any.
 static double column_norm(int n, const complex* const* a) {
@@ -37,15 +89,10 @@ static void set_unit_matrix(int n, complex** z) {
     }
 }
 
-static void exchange_columns(int n, int j, int k, complex** a) {
-    for (int i = 0; i < n; ++i)
-        std::swap(a[i][j], a[i][k]);
-}
-
 // Reduces a to Hessenberg form by elimination with pivoting. pivot[k] is the row exchanged with
 // row k; the multipliers stay below the subdiagonal.
 ORVEL_VECTOR_CLONES
-static void eliminate(int n, double tol, complex** a, int* pivot, complex* m) {
+static void reduce(int n, double tol, complex** a, int* pivot, complex* m) {
     for (int k = 1; k < n - 1; ++k) {
         const int p = k - 1;
         const int r = largest_in_column(k, n, p, a);
@@ -68,7 +115,7 @@ static void eliminate(int n, double tol, complex** a, int* pivot, complex* m) {
     }
 }
 
-// The transformation that eliminate has applied.
+// The transformation that reduce has applied.
 static void accumulate_pivots(int n, const complex* const* a, const int* pivot, complex** z) {
     set_unit_matrix(n, z);
     for (int i = 2; i < n; ++i)
@@ -153,7 +200,7 @@ ORVEL_VECTOR_CLONES
 static void triangular_vectors(int n, double tol, complex** a, const complex* w, complex** z,
                                complex* sum) {
     for (int i = n - 1; i >= 0; --i) {
-        row_times_upper(n, i + 1, n - 1, a[i], a, sum);
+        row_times_upper(n, i + 1, a[i], a, sum);
         a[i][i] = {1.0, 0.0};
         for (int j = i + 1; j < n; ++j) {
             const complex d = c_sub(w[j], w[i]);
@@ -161,7 +208,7 @@ static void triangular_vectors(int n, double tol, complex** a, const complex* w,
         }
     }
     for (int i = 0; i < n; ++i) {
-        row_times_upper(n, 0, n - 1, z[i], a, sum);
+        row_times_upper(n, 0, z[i], a, sum);
         std::copy(sum + 1, sum + n, z[i] + 1);
     }
 }
@@ -178,7 +225,7 @@ static void set_unit_length(int n, complex** z) {
 }
 
 int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a,
-                complex* eigen_val, complex** eigen_vec) {
+                complex* eigen_val, complex** eigen_vec, scratch& room) {
     const double smallest_tolerance = 1e-13; // some hundred roundings
     const bool with_vectors = sort_flag != 0;
     if (n < 1 || !(tolerance > 0.0)) {
@@ -194,10 +241,11 @@ int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a,
     }
 
     const double tol = std::max(tolerance, smallest_tolerance) * norm;
-    int* pivot = new_vector<int>(to_size(n));
-    complex* c = new_vector<complex>(to_size(n));
-    complex* t = new_vector<complex>(to_size(n));
-    eliminate(n, tol, a, pivot, c);
+    const scratch_mark begin = mark_scratch(room);
+    int* pivot = take<int>(room, to_size(n));
+    complex* c = take<complex>(room, to_size(n));
+    complex* t = take<complex>(room, to_size(n));
+    reduce(n, tol, a, pivot, c);
     if (with_vectors) {
         accumulate_pivots(n, a, pivot, eigen_vec);
         transpose(n, eigen_vec);
@@ -212,14 +260,12 @@ int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a,
             triangular_vectors(n, tol, a, eigen_val, eigen_vec, c);
             set_unit_length(n, eigen_vec);
             if (sort_flag == 1 || sort_flag == -1)
-                re_part_csort(n, eigen_val, eigen_vec, sort_flag);
+                re_part_csort(n, eigen_val, eigen_vec, sort_flag, room);
             else
-                norm_csort(n, eigen_val, eigen_vec, sort_flag);
+                norm_csort(n, eigen_val, eigen_vec, sort_flag, room);
         }
     }
-    std::free(t);
-    std::free(c);
-    std::free(pivot);
+    release_scratch(room, begin);
     return success ? converged : not_converged;
 }
 
@@ -247,20 +293,22 @@ static void exchange_sort(int n, double* key, complex* eigen_val, complex** eige
     }
 }
 
-void re_part_csort(int n, complex* eigen_val, complex** eigen_vec, int sort_flag) {
-    double* key = new_vector<double>(to_size(n));
+void re_part_csort(int n, complex* eigen_val, complex** eigen_vec, int sort_flag, scratch& room) {
+    const scratch_mark begin = mark_scratch(room);
+    double* key = take<double>(room, to_size(n));
     for (int i = 0; i < n; ++i)
         key[i] = sort_flag < 0 ? -eigen_val[i].re : eigen_val[i].re;
     exchange_sort(n, key, eigen_val, eigen_vec);
-    std::free(key);
+    release_scratch(room, begin);
 }
 
-void norm_csort(int n, complex* eigen_val, complex** eigen_vec, int sort_flag) {
-    double* key = new_vector<double>(to_size(n));
+void norm_csort(int n, complex* eigen_val, complex** eigen_vec, int sort_flag, scratch& room) {
+    const scratch_mark begin = mark_scratch(room);
+    double* key = take<double>(room, to_size(n));
     for (int i = 0; i < n; ++i)
         key[i] = sort_flag < 0 ? -c_norm(eigen_val[i]) : c_norm(eigen_val[i]);
     exchange_sort(n, key, eigen_val, eigen_vec);
-    std::free(key);
+    release_scratch(room, begin);
 }
 
 } // namespace orvel

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 
 namespace orvel {
 
@@ -18,11 +19,11 @@ namespace orvel {
 //   3      n below 1 or tolerance not above 0: a message on standard error, nothing is set,
 //   30000  31 sweeps did not isolate an eigenvalue: eigen_val is not set.
 int eigen_c_mat(int n, double tolerance, int sort_flag, complex** a,
-                complex* eigen_val, complex** eigen_vec);
+                complex* eigen_val, complex** eigen_vec, scratch& room);
 
 // Sorts n eigenvalues with the columns of eigen_vec in descending order of a key: the real part,
 // the squared modulus; a negative sort_flag changes the sign of the key. Not stable.
-void re_part_csort(int n, complex* eigen_val, complex** eigen_vec, int sort_flag);
-void norm_csort(int n, complex* eigen_val, complex** eigen_vec, int sort_flag);
+void re_part_csort(int n, complex* eigen_val, complex** eigen_vec, int sort_flag, scratch& room);
+void norm_csort(int n, complex* eigen_val, complex** eigen_vec, int sort_flag, scratch& room);
 
 } // namespace orvel

@@ -11,6 +11,7 @@
 #pragma once
 
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 
 namespace orvel {
 
@@ -18,7 +19,7 @@ namespace orvel {
 // eigen_vec[.][j] and w = eigen_val[j], in descending order of the real part. Columns have unit
 // length unless balancing scaled them. Sets eps to the tolerance. If 30 n QR sweeps do not
 // suffice, what stands is sorted and given out, without a message. n below 1 does nothing.
-void eispack_cg(int n, double tolerance, complex** a, complex* eigen_val, complex** eigen_vec);
+void eispack_cg(int n, double tolerance, complex** a, complex* eigen_val, complex** eigen_vec, scratch& room);
 
 // Balances a (order n, in place): P^-1 D^-1 A D P with a permutation P that isolates eigenvalues
 // in the rows outside low..igh, where a is then upper triangular, and a diagonal matrix D of
@@ -33,7 +34,7 @@ void matexchange_rowcol(int n, int j, int k, int l, int m, complex** a);
 // Reduces rows and columns low..igh of a (order n, in place) to upper Hessenberg form H = Q^H A Q
 // by Householder reflections. What defines Q stands below the subdiagonal of a and in
 // ortr + i orti.
-void corth(int n, int low, int igh, complex** a, double* ortr, double* orti);
+void corth(int n, int low, int igh, complex** a, double* ortr, double* orti, scratch& room);
 
 // Eigenvalues and eigenvectors of the matrix that was reduced to h by corth: QR iteration with
 // shifts of origin, then back-substitution. h, ortr, orti are destroyed. A column of eigen_vec
@@ -42,14 +43,14 @@ void corth(int n, int low, int igh, complex** a, double* ortr, double* orti);
 // iteration left there. An exceptional shift (after 10 and 20 sweeps on one root) for one of the
 // first two roots ends the process with a message.
 void comqr2(int n, int low, int igh, double* ortr, double* orti, complex** h, complex* eigen_val,
-            complex** eigen_vec);
+            complex** eigen_vec, scratch& room);
 
 // Turns the first m columns of eigen_vec, vectors of the balanced matrix, into those of the
 // matrix that cbal was given: v := D P v.
 void cbabk2(int n, int low, int igh, const double* scale, int m, complex** eigen_vec);
 
 // Stable sort of eigenvalues and columns by descending real part.
-void sort_eigval_eigvec(int n, complex* eigen_val, complex** eigen_vec);
+void sort_eigval_eigvec(int n, complex* eigen_val, complex** eigen_vec, scratch& room);
 
 // Square root with non-negative real part, its imaginary part with the sign of that of z.
 complex csroot(complex z);

@@ -3,54 +3,17 @@
 // comqr2 of the chain. Indices inside count from 0: lo..hi are the rows that balancing has left,
 // low - 1 to igh - 1. The product of all transformations is never formed: the rotations of all sweeps
 // are kept, and act at the end, like the reflections of corth, on the eigenvectors of the triangular
-// form, a panel of columns at a time. So do, on the matrix itself, the rotations of a sweep outside
-// its panels.
-#include "numeric/lb_eigmat2.h"
-
+// form, a strip of columns at a time. So do, on the matrix itself, the rotations of a sweep outside
+// its strips.
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
-#include "numeric/planes.h"
-#include "numeric/workspace.h"
+#include "numeric/fast/fast.h"
+#include "numeric/lb_eigmat2.h"
 
 namespace orvel {
-
-// Far from the limits of the number range the plain root is as good as the iteration, at a tenth of
-// the time.
-double pythag(double a, double b) {
-    const double smallest = 1e-280;
-    const double largest = 1e280;
-    const double squares = a * a + b * b;
-    if (squares > smallest && squares < largest)
-        return std::sqrt(squares);
-    const double x = std::fabs(a);
-    const double y = std::fabs(b);
-    double p = x > y ? x : y;
-    double r = (x > y ? y : x) / p;
-    if (!(r <= 1.0))
-        return x + y; // both zero, both infinite, or NaN
-    r *= r;
-    for (double t = 4.0 + r; t != 4.0; t = 4.0 + r) {
-        const double s = r / t;
-        const double u = 1.0 + 2.0 * s;
-        p *= u;
-        r *= (s / u) * (s / u);
-    }
-    return p;
-}
-
-complex csroot(complex z) {
-    const double s = std::sqrt(0.5 * (pythag(z.re, z.im) + std::fabs(z.re)));
-    const double signed_s = z.im < 0.0 ? -s : s;
-    if (z.re > 0.0)
-        return {s, 0.5 * (z.im / s)};
-    if (z.re < 0.0)
-        return {0.5 * (z.im / signed_s), signed_s};
-    return {s, signed_s};
-}
 
 // z1 / z2, scaled by |Re z2| + |Im z2|.
 static inline complex cdiv(complex z1, complex z2) {
@@ -64,26 +27,24 @@ static inline complex cdiv(complex z1, complex z2) {
 // The matrix while it iterates, and what has been done to it.
 struct qr_work {
     planes h;
-    planes u;       // row k: the vector of reflection k of corth, over rows k..hi
-    double* norm;   // of each reflection: minus the h of corth times its scaling; 0 if there is none
-    double* panel;  // n rows
-    complex* phase; // that made the subdiagonal real, of each row
-    sweep* sweeps;  // in the order of time
-    rotation* g;    // of all sweeps
+    planes u;         // row k: the vector of reflection k of corth, over rows k..hi
+    double* norm;     // of each reflection: minus the h of corth times its scaling; 0 if there is none
+    complex* phase;   // that made the subdiagonal real, of each row
+    qr_sweep* sweeps; // in the order of time
     int num_sweeps;
-    std::size_t num_rotations;
+    int max_sweeps;
 };
 
-static qr_work begin_iteration(int n) {
-    const std::size_t rows = padded_rows(n);
-    const std::size_t size = 2 * planes_size(n) + (panel_row + 3) * rows;
-    double* block = workspace(slot_eigensystem, size);
+static qr_work begin_iteration(int n, scratch& room) {
+    const int sweeps_of_row = 30; // as published
     qr_work w = {};
-    w.h = take_planes(block, n);
-    w.u = take_planes(block, n);
-    w.panel = take(block, panel_row * rows);
-    w.norm = take_zeros(block, rows);
-    w.phase = reinterpret_cast<complex*>(take(block, 2 * rows));
+    w.h = take_zero_planes(room, n, n);
+    w.u = take_planes(room, n, n);
+    w.norm = take<double>(room, to_size(n));
+    std::fill(w.norm, w.norm + n, 0.0);
+    w.phase = take<complex>(room, to_size(n));
+    w.max_sweeps = sweeps_of_row * n;
+    w.sweeps = take<qr_sweep>(room, to_size(w.max_sweeps));
     return w;
 }
 
@@ -119,13 +80,12 @@ static void make_subdiagonal_real(int n, int lo, int hi, complex** h, qr_work& w
         phase[i] = {below.re / norm, below.im / norm};
         below = {norm, 0.0};
     }
-    to_planes(n, h, w.h);
+    to_planes(n, n, h, w.h);
     for (int i = 0; i < n; ++i) {
         const int begin = i >= std::max(lo, 1) && i <= hi ? i - 1 : i; // exceptional_shift reads that of row lo
-        std::fill(w.h.re + i * w.h.ld, w.h.re + i * w.h.ld + begin, 0.0);
-        std::fill(w.h.im + i * w.h.ld, w.h.im + i * w.h.ld + begin, 0.0);
-        if (begin < i)
-            w.h.im[i * w.h.ld + begin] = 0.0;
+        const split_vector row = row_at(w.h, i, 0);
+        std::fill(row.re, row.re + begin, 0.0);
+        std::fill(row.im, row.im + i, 0.0);
         for (int j = i; j < n; ++j)
             set_element(w.h, i, j, c_mul(c_mul(c_conj(phase[i]), h[i][j]), phase[j]));
     }
@@ -162,14 +122,6 @@ static complex exceptional_shift(int en, planes h) {
     return {std::fabs(element(h, en, en - 1).re) + std::fabs(element(h, en - 1, en - 2).re), 0.0};
 }
 
-// First column of the panel behind that of column j.
-static int next_panel(int j) { return (j / panel_width + 1) * panel_width; }
-
-static void scale_row(planes h, int row, int begin, int end, complex factor) {
-    for (int j = begin; j < end; ++j)
-        set_element(h, row, j, c_mul(factor, element(h, row, j)));
-}
-
 // Makes the last diagonal element of a triangular block real. Returns the factor that column en
 // still lacks, 1 if it is real within eps.
 static complex make_last_real(int en, planes h) {
@@ -182,68 +134,57 @@ static complex make_last_real(int en, planes h) {
     return q;
 }
 
-// Room for the rotations of one more sweep of n rows.
-static sweep* next_sweep(int n, qr_work& w) {
-    const std::size_t sweeps_at_once = 1024;
-    const std::size_t rotations_at_once = to_size(n) * to_size(n) / 2 + 1; // of about n^2 in all
-    const std::size_t sweeps = (to_size(w.num_sweeps) / sweeps_at_once + 1) * sweeps_at_once;
-    const std::size_t end = w.num_rotations + to_size(n);
-    const std::size_t all = (end / rotations_at_once + 1) * rotations_at_once;
-    w.sweeps = reinterpret_cast<sweep*>(workspace(slot_sweeps, size_product(sweeps, sizeof(sweep) / sizeof(double))));
-    w.g = reinterpret_cast<rotation*>(workspace(slot_rotations, size_product(all, sizeof(rotation) / sizeof(double))));
-    return w.sweeps + w.num_sweeps++;
+// Row en of the strip that begins left of it, behind column en, times a factor.
+static void turn_last_row(int en, planes h, complex factor) {
+    const int end = (en / strip_columns + 1) * strip_columns;
+    for (int j = en + 1; j < end; ++j)
+        set_element(h, en, j, c_mul(factor, element(h, en, j)));
 }
 
 // One step H - sI = QR to RQ on the block l..en, s being subtracted already. An element to the left
 // of the block is negligible and takes no part.
-static void qr_step(int n, int l, int en, qr_work& w) {
-    sweep* step = next_sweep(n, w);
-    rotation* g = w.g + w.num_rotations;
-    double* beside = l > 0 ? w.h.re + l * w.h.ld + l - 1 : nullptr;
+static void qr_step(int l, int en, qr_work& w, scratch& room) {
+    rotation* g = take<rotation>(room, to_size(en) + 1);
+    double* beside = l > 0 ? at(w.h, l, l - 1).re : nullptr;
     const double negligible = l > 0 ? *beside : 0.0;
     if (l > 0)
         *beside = 0.0;
     rotate_to_triangle(w.h, l, en, g);
     const complex q = make_last_real(en, w.h);
-    scale_row(w.h, en, en + 1, next_panel(en), c_conj(q));
+    turn_last_row(en, w.h, c_conj(q));
     const complex column_phase = std::fabs(q.im) < eps ? complex{1.0, 0.0} : q;
     rotate_columns(w.h, l, en, g, column_phase);
     if (l > 0)
         *beside = negligible;
-    *step = {l, en, q, column_phase, w.num_rotations};
-    w.num_rotations += to_size(en) + 1;
+    w.sweeps[w.num_sweeps++] = {l, en, q, column_phase, g};
 }
 
-// QR iteration on the block lo..hi. False if 30 n sweeps do not suffice.
-static bool find_roots(int n, int lo, int hi, complex* roots, int& num_left, qr_work& w) {
+// QR iteration on the block lo..hi. Returns how many roots it has not found.
+static int find_roots(int lo, int hi, complex* roots, qr_work& w, scratch& room) {
     complex t = {0.0, 0.0}; // sum of the shifts
-    int sweeps_left = 30 * n;
     for (int en = hi; en >= lo; --en) {
         int l = active_block(lo, en, w.h);
         for (int its = 0; l != en; ++its, l = active_block(lo, en, w.h)) {
-            if (sweeps_left-- == 0) {
-                num_left = en + 1;
-                return false;
-            }
+            if (w.num_sweeps == w.max_sweeps)
+                return en + 1;
             const complex x = its == 10 || its == 20 ? exceptional_shift(en, w.h) : shift(en, w.h);
             for (int i = lo; i <= en; ++i)
                 set_element(w.h, i, i, c_sub(element(w.h, i, i), x));
             t = c_add(t, x);
-            qr_step(n, l, en, w);
+            qr_step(l, en, w, room);
         }
         const complex root = c_add(element(w.h, en, en), t);
         set_element(w.h, en, en, root);
         roots[en] = root;
     }
-    return true;
+    return 0;
 }
 
 // What an iteration without success leaves in place of the roots: the cosines of its rotations.
 static void leave_cosines(const qr_work& w, int num_left, complex* roots) {
     for (int k = 0; k < w.num_sweeps; ++k)
-        for (int j = w.sweeps[k].first + 1; j <= w.sweeps[k].last; ++j)
-            if (j <= num_left)
-                roots[j - 1] = {w.g[w.sweeps[k].place + to_size(j)].c_re, w.g[w.sweeps[k].place + to_size(j)].c_im};
+        for (int j = w.sweeps[k].first + 1; j <= std::min(w.sweeps[k].last, num_left); ++j)
+            roots[j - 1] = {w.sweeps[k].g[j].c_re, w.sweeps[k].g[j].c_im};
 }
 
 // A zero denominator becomes the first of 0.01 norm, 0.0001 norm ... that norm does not feel.
@@ -258,74 +199,78 @@ static double smallest_denominator(double norm) {
 static double largest_element(int n, planes h) {
     double norm = 0.0;
     for (int i = 0; i < n; ++i) {
-        const double* re = h.re + i * h.ld;
-        const double* im = h.im + i * h.ld;
+        const split_vector row = row_at(h, i, 0);
         for (int j = i; j < n; ++j)
-            norm = std::max(norm, std::fabs(re[j]) + std::fabs(im[j]));
+            norm = std::max(norm, std::fabs(row.re[j]) + std::fabs(row.im[j]));
     }
     return norm;
 }
 
-static complex panel_element(const double* panel, int row, int c) {
-    return {panel[row * panel_row + c], panel[row * panel_row + panel_width + c]};
-}
-static void set_panel_element(double* panel, int row, int c, complex z) {
-    panel[row * panel_row + c] = z.re;
-    panel[row * panel_row + panel_width + c] = z.im;
-}
-// Unit length for each column whose squared length is not below eps.
-static void normalise(int n, double* panel) {
-    double length[panel_width] = {};
+// Unit length for each column of a strip whose squared length is not below eps.
+static void normalise(int n, planes strip) {
+    double length[strip_columns] = {};
     for (int i = 0; i < n; ++i)
-        for (int c = 0; c < panel_width; ++c)
-            length[c] += c_norm(panel_element(panel, i, c));
+        for (int c = 0; c < strip_columns; ++c)
+            length[c] += c_norm(element(strip, i, c));
     for (double& l : length)
         l = l >= eps ? std::sqrt(l) : 1.0;
-    for (int i = 0; i < n; ++i)
-        for (int c = 0; c < panel_width; ++c) {
-            panel[i * panel_row + c] /= length[c];
-            panel[i * panel_row + panel_width + c] /= length[c];
+    for (int i = 0; i < n; ++i) {
+        for (int c = 0; c < strip_columns; ++c) {
+            const complex z = element(strip, i, c);
+            set_element(strip, i, c, {z.re / length[c], z.im / length[c]});
         }
+    }
+}
+
+// A strip of n rows: real and imaginary parts of a row side by side, so that it lies close together.
+static planes take_strip(int n, scratch& room) {
+    double* p = take<double>(room, 2 * strip_columns * to_size(n));
+    return {p, p + strip_columns, 2 * strip_columns};
+}
+
+// The vectors of the triangular form, or without vectors the unit matrix, through all transformations
+// back into the columns from number column on.
+static void carry_back(int lo, int hi, const triangle& of, bool with_vectors, int column, planes strip,
+                       const qr_work& w, complex** eigen_vec) {
+    const int end = std::min(column + strip_columns, of.n);
+    std::fill(strip.re, strip.re + strip.ld * of.n, 0.0);
+    if (with_vectors)
+        form_vectors(of, column, strip);
+    // Without vectors the transformation itself is given out. The publication forms no product for
+    // the columns up to low and behind igh, so that the overflow control has no hold of their diagonal.
+    for (int j = column; j < end; ++j)
+        if (!with_vectors || j <= lo || j > hi)
+            set_element(strip, j, j - column, {1.0, 0.0});
+    apply_sweeps_back(strip, column, w.num_sweeps, w.sweeps);
+    reflect_strip(strip, w.u, w.norm, w.phase, lo, hi);
+    if (with_vectors)
+        normalise(of.n, strip);
+    for (int i = 0; i < of.n; ++i)
+        join(end - column, row_at(strip, i, 0), eigen_vec[i] + column);
 }
 
 void comqr2(int n, int low, int igh, double* ortr, double* orti, complex** h, complex* eigen_val,
-            complex** eigen_vec) {
-    const int lo = low - 1;
-    const int hi = igh - 1;
-    qr_work w = begin_iteration(n);
+            complex** eigen_vec, scratch& room) {
+    const int lo = low - 1, hi = igh - 1;
+    const scratch_mark begin = mark_scratch(room);
+    qr_work w = begin_iteration(n, room);
     read_reflections(lo, hi, ortr, orti, h, w);
     make_subdiagonal_real(n, lo, hi, h, w);
     for (int i = 0; i < n; ++i)
         if (i < lo || i > hi)
             eigen_val[i] = h[i][i];
 
-    int num_left = 0;
-    const bool found = find_roots(n, lo, hi, eigen_val, num_left, w);
-    if (!found)
-        leave_cosines(w, num_left, eigen_val);
-    for (int column = 0; column < n; column += panel_width)
-        apply_sweeps(w.h, column, w.num_sweeps, w.sweeps, w.g);
-    const double norm = found ? largest_element(n, w.h) : 0.0;
-    const bool with_vectors = found && n > 1 && !(norm < eps);
-    const double replaced_difference = with_vectors ? smallest_denominator(norm) : 0.0;
-    for (int column = 0; column < n; column += panel_width) {
-        const int columns = std::min(panel_width, n - column);
-        std::fill(w.panel, w.panel + panel_row * n, 0.0);
-        if (with_vectors)
-            back_substitute(w.h, eigen_val, n, column, replaced_difference, eps, w.panel);
-        // Without vectors the transformation itself is given out. The publication forms no product for
-        // the columns up to low and behind igh, so that the overflow control has no hold of their diagonal.
-        for (int j = column; j < column + columns; ++j)
-            if (!with_vectors || j <= lo || j > hi)
-                set_panel_element(w.panel, j, j - column, {1.0, 0.0});
-        apply_sweeps_back(w.panel, column, w.num_sweeps, w.sweeps, w.g);
-        reflect_panel(w.panel, w.u, w.norm, w.phase, lo, hi);
-        if (with_vectors)
-            normalise(n, w.panel);
-        for (int i = 0; i < n; ++i)
-            for (int c = 0; c < columns; ++c)
-                eigen_vec[i][column + c] = panel_element(w.panel, i, c);
-    }
+    const int num_left = find_roots(lo, hi, eigen_val, w, room);
+    leave_cosines(w, num_left, eigen_val);
+    for (int column = 0; column < n; column += strip_columns)
+        apply_sweeps(w.h, column, w.num_sweeps, w.sweeps);
+    const double norm = num_left == 0 ? largest_element(n, w.h) : 0.0;
+    const bool with_vectors = num_left == 0 && n > 1 && !(norm < eps);
+    const triangle of = {n, w.h, eigen_val, with_vectors ? smallest_denominator(norm) : 0.0, eps};
+    const planes strip = take_strip(n, room);
+    for (int column = 0; column < n; column += strip_columns)
+        carry_back(lo, hi, of, with_vectors, column, strip, w, eigen_vec);
+    release_scratch(room, begin);
 }
 
 } // namespace orvel

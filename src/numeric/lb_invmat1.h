@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// Inversion of a complex matrix in place, by an LU factorisation with row pivoting whose factors
-// are inverted and multiplied where they stand.
+// Inversion of a complex matrix in place, by an LU factorisation with row pivoting.
 #pragma once
 
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 
 namespace orvel {
 
@@ -12,6 +12,6 @@ namespace orvel {
 // Returns 0; 30000 with a message if n is below 1 or the tolerance not above 0; with a message the
 // column k (from 0) without a pivot, where a is left half transformed: columns up to k factorised,
 // the others as they were. For the first column that code reads as success.
-int inv_c_mat(int n, double tolerance, complex** a);
+int inv_c_mat(int n, double tolerance, complex** a, scratch& room);
 
 } // namespace orvel

@@ -2,12 +2,8 @@
 #include "numeric/lb_invmat2.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
-#include <limits>
 
-#include "numeric/elimination.h"
-#include "numeric/vecmat.h"
+#include "numeric/fast/elimination.h"
 
 namespace orvel {
 
@@ -20,62 +16,72 @@ static int largest_in_row(int n, const complex* row) {
     return c;
 }
 
-// The matrix with columns c and m exchanged, and rows 0 and m.
-static void load_exchanged(int n, const complex* const* a, int c, planes p) {
+// Columns c and m change places, and rows 0 and m.
+static void exchange_to_last(int n, int c, complex** a) {
     const int m = n - 1;
-    for (int i = 0; i < n; ++i) {
-        const planes row = part(p, i, 0);
-        const int from = i == m ? 0 : (i == 0 ? m : i);
-        split_row(n, a[from], row.re, row.im);
-        std::swap(row.re[c], row.re[m]);
-        std::swap(row.im[c], row.im[m]);
+    for (int i = 0; i < n; ++i)
+        std::swap(a[i][c], a[i][m]);
+    if (m > 0)
+        std::swap_ranges(a[0], a[0] + n, a[m]);
+}
+
+// The elimination step by step, in place, up to a pivot that does not count.
+static void eliminate_to_pivot(int n, double tolerance, complex** a) {
+    const int m = n - 1;
+    for (int k = 0; k < m; ++k) {
+        int p = k;
+        for (int i = k; i < m; ++i)
+            p = c_abs(a[i][k]) > c_abs(a[p][k]) ? i : p;
+        std::swap(a[p][k], a[k][k]);
+        if (c_abs(a[k][k]) <= tolerance)
+            return;
+        for (int i = k + 1; i < n; ++i)
+            a[i][k] = c_div({-a[i][k].re, -a[i][k].im}, a[k][k]);
+        for (int j = k + 1; j < n; ++j) {
+            std::swap(a[p][j], a[k][j]);
+            for (int i = k + 1; i < n; ++i)
+                a[i][j] = c_add(a[i][j], c_mul(a[i][k], a[k][j]));
+        }
     }
 }
 
 // Solves U x = e_m for the upper triangle of a. The sums over what is known already are formed for
 // some rows at a time.
-static void back_substitute(int n, planes a, complex* x) {
-    const int together = 4; // as times_vector wants it
-    const planes known = work_planes(slot_a, 1, n);
-    for (int end = n; end > 0; end -= together) {
-        const int first = std::max(end - together, 0);
-        complex sum[together];
-        const planes behind = part(known, 0, end);
-        times_vector(end - first, n - end, part(a, first, end), behind, sum);
+static void solve_upper(int n, planes a, split_vector known, complex* x) {
+    for (int end = n; end > 0; end -= group) {
+        const int first = std::max(end - group, 0);
+        complex sum[group];
+        times_vector(end - first, n - end, at(a, first, end), at(known, end), sum);
         for (int k = end - 1; k >= first; --k) {
             complex right = k == n - 1 ? complex{1.0, 0.0} : complex{-sum[k - first].re, -sum[k - first].im};
             for (int j = k + 1; j < end; ++j)
                 right = c_sub(right, c_mul(element(a, k, j), x[j]));
             x[k] = c_div(right, element(a, k, k));
-            known.re[k] = x[k].re;
-            known.im[k] = x[k].im;
+            set_element(known, k, x[k]);
         }
     }
 }
 
-void inverse(int n, complex** a, complex* x, double tolerance, int& info) {
+void inverse(int n, complex** a, complex* x, double tolerance, int& info, scratch& room) {
     const int small_last_pivot = 30000;
     info = 0;
     if (n < 1)
         return;
     const int m = n - 1;
-    int* perm = new_vector<int>(to_size(m));
-    // A pivot must be larger than the tolerance.
-    const double smallest = std::nextafter(tolerance, std::numeric_limits<double>::infinity());
-    const elimination e = new_elimination(n, n, m, smallest, false, perm);
+    const scratch_mark begin = mark_scratch(room);
+    const elimination e = new_elimination(room, n, n, m, false);
     const int c = largest_in_row(n, a[0]);
-    load_exchanged(n, a, c, e.a);
-    const int k = eliminate(e);
-    if (k < m) { // the small pivot alone comes to its row
-        const complex pivot = panel_element(e, perm[k], k);
-        *part(e.a, k, k).re = pivot.re;
-        *part(e.a, k, k).im = pivot.im;
+    exchange_to_last(n, c, a);
+    to_planes(n, n, a, e.a);
+    if (!eliminate(e, tolerance)) {
+        eliminate_to_pivot(n, tolerance, a);
+        to_planes(n, n, a, e.a);
     }
     if (c_abs(element(e.a, m, m)) <= tolerance)
         info = small_last_pivot;
-    back_substitute(n, e.a, x);
+    solve_upper(n, e.a, take_zero_vector(room, n), x);
     std::swap(x[c], x[m]);
-    std::free(perm);
+    release_scratch(room, begin);
 }
 
 } // namespace orvel

@@ -6,12 +6,13 @@
 #pragma once
 
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 
 namespace orvel {
 
 // Solves A x = e0 for a[row][column] (order n, destroyed) and x (n elements). tolerance is the
 // largest modulus of a pivot that does not count: such a pivot ends the elimination early, and x
 // follows from what stands then. info receives 0, or 30000 if the last pivot does not count.
-void inverse(int n, complex** a, complex* x, double tolerance, int& info);
+void inverse(int n, complex** a, complex* x, double tolerance, int& info, scratch& room);
 
 } // namespace orvel

@@ -3,14 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 #include "control/orvel.h"
 #include "control/ov_mpi.h"
 #include "control/utils.h"
+#include "numeric/fast/fast.h"
 #include "numeric/lb_invmat.h"
 #include "numeric/vecmat.h"
-#include "numeric/workspace.h"
 
 namespace orvel {
 
@@ -42,35 +41,39 @@ static int chk_excitation(int n, const complex* const* eigen_vec, const complex*
 }
 
 // Amplitudes without the check.
-static void solve_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc) {
-    complex** M = workspace_matrix(slot_matrix, n, n);
+static void solve_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc, scratch& room) {
+    const scratch_mark begin = mark_scratch(room);
+    complex** M = take_matrix(room, n, n);
     for (int i = 0; i < n; ++i) {
         const double inverse_root = 1 / std::sqrt(beta_sel[i]);
         for (int j = 0; j < n; ++j)
             M[i][j] = {eigen_vec[i][j].re * inverse_root, eigen_vec[i][j].im * inverse_root};
     }
-    bc_invmat(n, M, bc);
+    bc_invmat(n, M, bc, room);
+    release_scratch(room, begin);
 }
 
-int upper_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc) {
-    solve_b_cond(n, beta_sel, eigen_vec, bc);
+int upper_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc, scratch& room) {
+    solve_b_cond(n, beta_sel, eigen_vec, bc, room);
     return chk_excitation(n, eigen_vec, bc);
 }
 
-int upper_b_cond_coherent(int n, const double* beta_sel, complex phase, const complex* const* eigen_vec, complex* bc) {
-    solve_b_cond(n, beta_sel, eigen_vec, bc);
+int upper_b_cond_coherent(int n, const double* beta_sel, complex phase, const complex* const* eigen_vec, complex* bc,
+                          scratch& room) {
+    solve_b_cond(n, beta_sel, eigen_vec, bc, room);
     for (int j = 0; j < n; ++j)
         bc[j] = c_mul(phase, bc[j]);
     return chk_excitation(n, eigen_vec, bc);
 }
 
-void limited_branch(double bc_accuracy, int n, const complex* bc, int& n_branch, int* branch) {
+void limited_branch(double bc_accuracy, int n, const complex* bc, int& n_branch, int* branch, scratch& room) {
     for (int j = 0; j < n; ++j)
         branch[j] = j;
     n_branch = n;
     if (bc_accuracy == 1.0)
         return;
-    double* p = new_vector<double>(to_size(n));
+    const scratch_mark begin = mark_scratch(room);
+    double* p = take<double>(room, to_size(n));
     double total = 0.0;
     for (int j = 0; j < n; ++j) {
         p[j] = c_norm(bc[j]);
@@ -85,7 +88,7 @@ void limited_branch(double bc_accuracy, int n, const complex* bc, int& n_branch,
             break;
         }
     }
-    std::free(p);
+    release_scratch(room, begin);
 }
 
 // ---- amplitudes -----------------------------------------------------------------------------
@@ -97,52 +100,50 @@ static complex propagation(double t, double K_n, complex lambda) {
 }
 
 // factor[r][b] = alpha_j C_j / sqrt(beta) of the beam of row r and the branch j in place b.
-static factors beam_factors(int num_g, const int* pos, const bloch_waves& waves) {
-    const planes p = work_planes(slot_a, num_g, waves.n_branch);
+static planes beam_factors(int num_g, const int* pos, const bloch_waves& waves, scratch& room) {
+    const planes factor = take_planes(room, num_g, waves.n_branch);
     for (int r = 0; r < num_g; ++r) {
-        const planes row = part(p, r, 0);
         const bool there = pos[r] >= 0 && pos[r] < waves.nesel;
         const double inverse_root = there ? 1 / std::sqrt(waves.beta_sel[pos[r]]) : 0.0;
         for (int b = 0; b < waves.n_branch; ++b) {
             const int j = waves.branch[b];
             const complex f = there ? c_mul(waves.bc[j], waves.eigen_vec[pos[r]][j]) : complex{0.0, 0.0};
-            row.re[b] = f.re * inverse_root;
-            row.im[b] = f.im * inverse_root;
+            set_element(factor, r, b, {f.re * inverse_root, f.im * inverse_root});
         }
     }
-    return {p.re, p.im, p.ld, 1};
+    return factor;
 }
 
 // wave[b][t] = the propagation of the branch in place b to thickness t.
-static planes propagations(int num_thickness, const double* thickness, const bloch_waves& waves) {
-    const planes wave = work_planes(slot_b, waves.n_branch, num_thickness);
-    for (int b = 0; b < waves.n_branch; ++b) {
-        for (int t = 0; t < num_thickness; ++t) {
-            const complex w = propagation(thickness[t], waves.K_n, waves.eigen_val[waves.branch[b]]);
-            *part(wave, b, t).re = w.re;
-            *part(wave, b, t).im = w.im;
-        }
-    }
+static planes propagations(int num_thickness, const double* thickness, const bloch_waves& waves, scratch& room) {
+    const planes wave = take_planes(room, waves.n_branch, num_thickness);
+    for (int b = 0; b < waves.n_branch; ++b)
+        for (int t = 0; t < num_thickness; ++t)
+            set_element(wave, b, t, propagation(thickness[t], waves.K_n, waves.eigen_val[waves.branch[b]]));
     return wave;
 }
 
 void psi_of_beams(int num_g, const int* pos, int num_thickness, const double* thickness, const bloch_waves& waves,
-                  complex* psi) {
-    const factors amplitude = beam_factors(num_g, pos, waves);
+                  complex* psi, scratch& room) {
+    const scratch_mark begin = mark_scratch(room);
+    const planes amplitude = beam_factors(num_g, pos, waves, room);
     const int together = 64; // thicknesses, so that work space does not grow with their number
     for (int first = 0, count; first < num_thickness; first += count) {
         count = std::min(together, num_thickness - first);
-        const planes wave = propagations(count, thickness + first, waves);
-        const planes sum = zero_planes(slot_c, num_g, count);
-        add_product(num_g, count, waves.n_branch, sum, amplitude, wave);
+        const scratch_mark before = mark_scratch(room);
+        const planes wave = propagations(count, thickness + first, waves, room);
+        const planes sum = take_zero_planes(room, num_g, count);
+        add_product(num_g, count, waves.n_branch, sum, as_factors(amplitude), wave);
         for (int r = 0; r < num_g; ++r) {
             complex* row = psi + to_size(r) * to_size(num_thickness) + first;
             if (pos[r] >= 0 && pos[r] < waves.nesel)
-                join_row(count, part(sum, r, 0).re, part(sum, r, 0).im, row);
+                join(count, row_at(sum, r, 0), row);
             else
                 std::fill_n(row, count, complex{0.0, 0.0});
         }
+        release_scratch(room, before);
     }
+    release_scratch(room, begin);
 }
 
 complex psi_limited_ug(int pos, double t, const bloch_waves& waves) {

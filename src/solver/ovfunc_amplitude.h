@@ -7,6 +7,7 @@
 #pragma once
 
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 #include "solver/ovfunc_matrix.h"
 
 namespace orvel {
@@ -16,14 +17,15 @@ namespace orvel {
 // Excitation amplitudes bc[j] of n Bloch waves whose eigenvectors are the columns of eigen_vec: the
 // wave at the entrance surface is 1 in the beam at position 0 and 0 in all others. Returns 1 if
 // dbg.bc_chk_flag asks for a report and one was given, else 0.
-int upper_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc);
+int upper_b_cond(int n, const double* beta_sel, const complex* const* eigen_vec, complex* bc, scratch& room);
 
 // The same with the incident amplitude phase in place of 1.
-int upper_b_cond_coherent(int n, const double* beta_sel, complex phase, const complex* const* eigen_vec, complex* bc);
+int upper_b_cond_coherent(int n, const double* beta_sel, complex phase, const complex* const* eigen_vec, complex* bc,
+                          scratch& room);
 
 // Branches to sum over: all n in their order if bc_accuracy is exactly 1, else as many as are needed,
 // by descending excitation, to hold that part of the total sum of |bc|^2.
-void limited_branch(double bc_accuracy, int n, const complex* bc, int& n_branch, int* branch);
+void limited_branch(double bc_accuracy, int n, const complex* bc, int& n_branch, int* branch, scratch& room);
 
 // ---- amplitudes -----------------------------------------------------------------------------
 
@@ -46,6 +48,6 @@ double psi_to_intensity_limited_ug(int pos, double t, const bloch_waves& waves);
 // Amplitudes psi[r][t] (one block) of num_g beams at the places pos[r] for all thicknesses: the
 // product of what the branches have in each beam with their propagation to each thickness.
 void psi_of_beams(int num_g, const int* pos, int num_thickness, const double* thickness, const bloch_waves& waves,
-                  complex* psi);
+                  complex* psi, scratch& room);
 
 } // namespace orvel

@@ -9,8 +9,6 @@
 #include "crystal/strct_f.h"
 #include "numeric/cmatutil.h"
 #include "numeric/lb_invmat.h"
-#include "numeric/vecmat.h"
-#include "numeric/workspace.h"
 
 namespace orvel {
 
@@ -103,7 +101,7 @@ void vg_select_trans_ug(const beam_selection& selection, const double* beta_ge, 
 // ---- structure matrix -----------------------------------------------------------------------
 
 void construct_ug_mat_slct(const beam_selection& selection, double kv, const complex* const* vg,
-                           const double* Sg, const double* beta_ge, complex** a_matrix) {
+                           const double* Sg, const double* beta_ge, complex** a_matrix, scratch& room) {
     const int* sel = selection.sel;
     const double gamma = relativ_corr(kv);
     const double lambda = wavelength(kv);
@@ -111,7 +109,8 @@ void construct_ug_mat_slct(const beam_selection& selection, double kv, const com
     const double K = std::sqrt(1 / (lambda * lambda) + U_000.re);
     const double ug_per_vg = vg_to_ug({1.0, 0.0}, gamma).re;
     const int n = selection.nesel + selection.nbsel;
-    double* inverse_root = workspace(slot_roots, to_size(n));
+    const scratch_mark begin = mark_scratch(room);
+    double* inverse_root = take<double>(room, to_size(n));
     for (int i = 0; i < n; ++i)
         inverse_root[i] = 1 / std::sqrt(beta_ge[sel[i]]);
     for (int i = 0; i < n; ++i) {
@@ -125,13 +124,14 @@ void construct_ug_mat_slct(const beam_selection& selection, double kv, const com
         const double beta_i = beta_ge[sel[i]];
         a_matrix[i][i] = {2 * K * Sg[sel[i]] / beta_i, U_000.im / beta_i};
     }
+    release_scratch(room, begin);
 }
 
 // ---- Bethe reduction ------------------------------------------------------------------------
 
-// New matrix of the block of a that begins at (row, column).
-static complex** new_block(const complex* const* a, int row, int column, int rows, int columns) {
-    complex** block = new_matrix<complex>(to_size(rows), to_size(columns));
+// The block of a that begins at (row, column).
+static complex** take_block(const complex* const* a, int row, int column, int rows, int columns, scratch& room) {
+    complex** block = take_matrix(room, rows, columns);
     for (int i = 0; i < rows; ++i)
         for (int j = 0; j < columns; ++j)
             block[i][j] = a[row + i][column + j];
@@ -139,49 +139,50 @@ static complex** new_block(const complex* const* a, int row, int column, int row
 }
 
 // The reduction term by term, with the inverse of the weak block as invmat leaves it.
-static void fold_inverse(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
-    complex** a12 = new_block(a_matrix, 0, nesel, nesel, nbsel);
-    complex** a22 = new_block(a_matrix, nesel, nesel, nbsel, nbsel);
-    complex** weak = new_matrix<complex>(to_size(nbsel), to_size(nesel));
-    complex** folded = new_matrix<complex>(to_size(nesel), to_size(nesel));
-    invmat(nbsel, a22);
-    c_matmult(nbsel, nesel, nbsel, weak, a22, a_matrix + nesel);
-    c_matmult(nesel, nesel, nbsel, folded, a12, weak);
+static void fold_inverse(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room) {
+    complex** a12 = take_block(a_matrix, 0, nesel, nesel, nbsel, room);
+    complex** a22 = take_block(a_matrix, nesel, nesel, nbsel, nbsel, room);
+    complex** weak = take_matrix(room, nbsel, nesel);
+    complex** folded = take_matrix(room, nesel, nesel);
+    invmat(nbsel, a22, room);
+    c_matmult(nbsel, nesel, nbsel, weak, a22, a_matrix + nesel, room);
+    c_matmult(nesel, nesel, nbsel, folded, a12, weak, room);
     c_matcopy2(nesel, a_matrix, bethe_matrix);
     c_matsub2(nesel, bethe_matrix, folded);
-    free_matrix(a12);
-    free_matrix(a22);
-    free_matrix(weak);
-    free_matrix(folded);
 }
 
-void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
+void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room) {
+    const scratch_mark begin = mark_scratch(room);
     if (nbsel == 0)
         c_matcopy2(nesel, a_matrix, bethe_matrix);
-    else if (!fold_block(nesel, nbsel, a_matrix, bethe_matrix))
-        fold_inverse(nesel, nbsel, a_matrix, bethe_matrix);
+    else if (!fold_block(nesel, nbsel, a_matrix, bethe_matrix, room))
+        fold_inverse(nesel, nbsel, a_matrix, bethe_matrix, room);
+    release_scratch(room, begin);
 }
 
 // The quotient A_ih / A_hh is formed once for all columns; against forming each product first this
 // changes the last bit only.
-void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
-    complex** quotient = workspace_matrix(slot_matrix, nesel + 1, nbsel);
-    complex** folded = workspace_matrix(slot_matrix2, nesel, nesel);
-    complex* diagonal = quotient[nesel];
+void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room) {
+    const scratch_mark begin = mark_scratch(room);
+    complex** quotient = take_matrix(room, nesel, nbsel);
+    complex** folded = take_matrix(room, nesel, nesel);
+    complex* diagonal = take<complex>(room, to_size(nbsel));
     for (int h = 0; h < nbsel; ++h)
         diagonal[h] = a_matrix[nesel + h][nesel + h];
     for (int i = 0; i < nesel; ++i)
-        divide_row(nbsel, a_matrix[i] + nesel, diagonal, quotient[i]);
-    c_matmult(nesel, nesel, nbsel, folded, quotient, a_matrix + nesel);
+        c_div_row(nbsel, a_matrix[i] + nesel, diagonal, quotient[i]);
+    c_matmult(nesel, nesel, nbsel, folded, quotient, a_matrix + nesel, room);
     c_matcopy2(nesel, a_matrix, bethe_matrix);
     c_matsub2(nesel, bethe_matrix, folded);
+    release_scratch(room, begin);
 }
 
-void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix) {
+void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix,
+                     scratch& room) {
     if (flag_bs < simple_form)
-        g_bethe(nesel, nbsel, a_matrix, bethe_matrix);
+        g_bethe(nesel, nbsel, a_matrix, bethe_matrix, room);
     else
-        simple_bethe(nesel, nbsel, a_matrix, bethe_matrix);
+        simple_bethe(nesel, nbsel, a_matrix, bethe_matrix, room);
 }
 
 } // namespace orvel

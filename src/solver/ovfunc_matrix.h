@@ -8,6 +8,7 @@
 
 #include "beams/rfsearch.h"
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 
 namespace orvel {
 
@@ -41,14 +42,14 @@ void vg_select_trans_ug(const beam_selection& selection, const double* beta_ge, 
 // Structure matrix of the selected beams, order nesel + nbsel: U(g_i - g_j) / sqrt(beta_i beta_j)
 // off the diagonal, (2 K S_i + i U'_0) / beta_i on it, in 1/angstrom^2.
 void construct_ug_mat_slct(const beam_selection& selection, double kv, const complex* const* vg,
-                           const double* Sg, const double* beta_ge, complex** a_matrix);
+                           const double* Sg, const double* beta_ge, complex** a_matrix, scratch& room);
 
 // Reduction to the exact beams, a_matrix left unchanged. Generalised: A11 - A12 A22^-1 A21; simple:
 // only the diagonal of A22 stands in the denominator.
-void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix);
-void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix);
+void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room);
+void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room);
 
 // The form that flag_bs names.
-void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix);
+void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room);
 
 } // namespace orvel

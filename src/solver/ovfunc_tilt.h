@@ -7,6 +7,7 @@
 
 #include "beams/rfsearch.h"
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 #include "solver/ovfunc_amplitude.h"
 #include "solver/ovfunc_kinematics.h"
 
@@ -35,6 +36,7 @@ struct work_cal_int : bloch_waves {
     complex** a_matrix;     // N x N: structure matrix
     complex** bethe_matrix; // N x N: reduced matrix
     int* out_pos;           // num_g: output beams among the exact beams
+    scratch room;           // what a tilt needs beside, mostly in numeric
     int num_perturb;        // perturbed potentials; without any the members below are null
     complex** eigen_vec_inv;
     complex** p_a_matrix;

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 #include "solver/ovfunc_tilt.h"
 
 namespace orvel {
@@ -20,16 +21,16 @@ void calc_perturb_ug(const tilt_problem& problem, double*** p_intensity, work_ca
 // Eigenvalues whose real parts are closer than degeneracy_eps do not mix.
 void perturbation2(const complex* eigen_val, const complex* const* eigen_vec, const complex* const* eigen_vec_inv,
                    int n, const complex* const* bethe_matrix, const complex* const* p_bethe_matrix,
-                   double degeneracy_eps, complex* p_eigen_val, complex** p_eigen_vec);
+                   double degeneracy_eps, complex* p_eigen_val, complex** p_eigen_vec, scratch& room);
 
 // The same for the difference matrix D, with degenerate sets solved by themselves and eigenvalues to
 // second order.
 void perturb(const complex* eigen_val, const complex* const* eigen_vec, int n, const complex* const* D,
-             double degeneracy_eps, complex* p_eigen_val, complex** p_eigen_vec);
+             double degeneracy_eps, complex* p_eigen_val, complex** p_eigen_vec, scratch& room);
 
 // Eigenvalues alone, to first order, of p_matrix from those of matrix.
 void eigen_val_perturbation(const complex* eigen_val, const complex* const* eigen_vec,
                             const complex* const* eigen_vec_inv, int n, const complex* const* matrix,
-                            const complex* const* p_matrix, complex* p_eigen_val);
+                            const complex* const* p_matrix, complex* p_eigen_val, scratch& room);
 
 } // namespace orvel

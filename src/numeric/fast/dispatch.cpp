@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "numeric/machine.h"
+#include "numeric/fast/dispatch.h"
 
 namespace orvel {
 
