@@ -4,8 +4,8 @@
 #include <cstdlib>
 
 #include "bench_util.h"
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "numeric/lb_eigmat.h"
 #include "numeric/vecmat.h"
 

@@ -7,7 +7,7 @@
 
 #include "bench_crystal.h"
 #include "bench_util.h"
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "numeric/cmatutil.h"
 #include "numeric/lb_eigmat.h"
 #include "numeric/lb_invmat.h"

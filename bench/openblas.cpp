@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "crystal/strct_f.h"
 #include "numeric/vecmat.h"
 

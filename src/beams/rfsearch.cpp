@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <tuple>
 
-#include "control/orvel.h"
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "control/utils.h"
 #include "crystal/strct_f_stock.h"
 #include "numeric/vecmat.h"

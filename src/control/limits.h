@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Every fixed size of the program in one place, each with its reason. Sizes of text buffers count
-// the terminator, so a line of line_max - 1 characters is the longest that one read takes.
+// Limits that a user may meet and sizes of buffers, each with its reason; sizes that serve one function
+// alone stand there. Sizes of text buffers count the terminator, so a line of line_max - 1 characters
+// is the longest that one read takes.
 #pragma once
 
 namespace orvel {

@@ -5,8 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "control/orvel.h"
-#include "numeric/data_out.h"
+#include "control/settings.h"
 
 namespace orvel {
 
@@ -70,21 +69,6 @@ void dbg_mon(const char* text) {
         return;
     ov_fprintf(stdout, "%s", text);
     ov_fflush(stdout);
-}
-
-void dbg_print_cvec(int flag, const char* label, int n, const complex* vector) {
-    if (flag == 0)
-        return;
-    ov_fprintf(stdout, "$$%s\n", label);
-    for (int i = 0; i < n; ++i)
-        ov_fprintf(stdout, "%d\t%g\t%g\n", i, vector[i].re, vector[i].im);
-}
-
-void dbg_print_cmat(int flag, const char* label, int n, complex* const* matrix) {
-    if (flag == 0)
-        return;
-    ov_fprintf(stdout, "$$%s\n", label);
-    fprint_complexmat(stdout, n, matrix);
 }
 
 void dbg_sel_vg_init(int num_exact_beam, int num_bethe_beam) {

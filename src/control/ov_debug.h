@@ -8,7 +8,6 @@
 
 #include "control/ov_mpi.h"
 #include "control/records.h"
-#include "numeric/complex.h"
 
 namespace orvel {
 
@@ -25,12 +24,6 @@ void exec_time_forecast(int n);
 
 // Text at once on the console while process_mon_flag is 1.
 void dbg_mon(const char* text);
-
-// If flag is not 0: label and elements i of a vector of n.
-void dbg_print_cvec(int flag, const char* label, int n, const complex* vector);
-
-// If flag is not 0: label and elements [i][j] of a square matrix, j in the outer loop.
-void dbg_print_cmat(int flag, const char* label, int n, complex* const* matrix);
 
 // The selection dump %s.dbg, a table of the beams that each tilt selects. init opens the file and
 // writes its head if vg_sel_chk_flag is set; a file that cannot be opened is reported, and the job

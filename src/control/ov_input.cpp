@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "control/utils.h"
 
 namespace orvel {

@@ -4,9 +4,9 @@
 #include <cmath>
 #include <cstring>
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_input.h"
+#include "control/settings.h"
 #include "control/utils.h"
 
 namespace orvel {

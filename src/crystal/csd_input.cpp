@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "control/orvel.h"
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "control/utils.h"
 #include "crystal/cnstfunc.h"
 #include "numeric/vecmat.h"

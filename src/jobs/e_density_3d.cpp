@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "control/orvel.h"
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "control/utils.h"
 #include "jobs/ov_sim_input.h"
 #include "numeric/lb_fft.h"

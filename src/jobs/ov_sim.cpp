@@ -5,9 +5,9 @@
 
 #include <cstdlib>
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "jobs/ov_sim_input.h"
 #include "numeric/vecmat.h"
 

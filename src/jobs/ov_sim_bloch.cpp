@@ -4,8 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "jobs/ov_sim_input.h"
 #include "jobs/ov_sim_maps.h"
 #include "jobs/ov_sim_mesh.h"

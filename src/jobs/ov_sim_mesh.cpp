@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "numeric/vecmat.h"
 
 namespace orvel {

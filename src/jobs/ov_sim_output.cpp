@@ -4,8 +4,8 @@
 #include <cmath>
 
 #include "control/limits.h"
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 
 namespace orvel {
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "numeric/lb_eigmat.h"
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
+#include "numeric/data_out.h"
 #include "numeric/lb_eigmat1.h"
 #include "numeric/lb_eigmat2.h"
 

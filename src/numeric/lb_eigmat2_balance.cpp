@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "numeric/lb_eigmat2.h"
 
 namespace orvel {

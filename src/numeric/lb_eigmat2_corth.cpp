@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "numeric/fast/fast.h"
 #include "numeric/lb_eigmat2.h"
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "numeric/lb_invmat.h"
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "numeric/fast/elimination.h"
 #include "numeric/lb_invmat1.h"
 #include "numeric/lb_invmat2.h"

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <utility>
 
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "crystal/cnstfunc.h"
 #include "numeric/vecmat.h"
 

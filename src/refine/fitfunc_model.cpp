@@ -4,8 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "control/utils.h"
 #include "crystal/atom_bk.h"
 #include "numeric/vecmat.h"

@@ -5,8 +5,8 @@
 #include <cstdlib>
 
 #include "control/limits.h"
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 
 namespace orvel {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "refine/fitfunc.h"
 
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 
 namespace orvel {
 

@@ -4,9 +4,9 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "crystal/cnstfunc.h"
 #include "numeric/vecmat.h"
 #include "refine/fitfunc.h"

@@ -3,9 +3,9 @@
 
 #include <cstdlib>
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "numeric/vecmat.h"
 #include "refine/fitfunc.h"
 

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "control/utils.h"
 #include "numeric/fast/fast.h"
 #include "numeric/lb_invmat.h"

@@ -3,8 +3,8 @@
 
 #include <cmath>
 
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "crystal/strct_f_stock.h"
 
 namespace orvel {

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "crystal/strct_f.h"
 #include "numeric/cmatutil.h"
 #include "numeric/lb_invmat.h"

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "crystal/cnstfunc.h"
 #include "crystal/strct_f_stock.h"
 #include "numeric/cmatutil.h"

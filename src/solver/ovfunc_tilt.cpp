@@ -5,9 +5,10 @@
 #include <cstdlib>
 #include <initializer_list>
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
+#include "numeric/data_out.h"
 #include "numeric/lb_eigmat.h"
 #include "numeric/vecmat.h"
 #include "solver/perturb.h"

@@ -4,9 +4,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
+#include "control/settings.h"
 #include "numeric/cmatutil.h"
+#include "numeric/data_out.h"
 #include "numeric/lb_eigmat.h"
 #include "numeric/lb_invmat.h"
 

@@ -5,8 +5,8 @@
 
 #include <Eigen/Dense>
 
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "numeric/vecmat.h"
 
 namespace orvel {

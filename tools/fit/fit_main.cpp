@@ -10,8 +10,8 @@
 #include <cstring>
 #include <exception>
 
-#include "control/orvel.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "control/utils.h"
 #include "numeric/vecmat.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// The run as a whole: the two global records of settings with their readers, and the dispatch of
-// a job. dbg comes from the optional file orvel.ini, epsilon from the EPS_CONTROL_PARAMETERS block
-// of the parameter file; both are complete before a job begins.
+// The two global records of settings and their readers: dbg comes from the optional file orvel.ini,
+// epsilon from the EPS_CONTROL_PARAMETERS block of the parameter file. Both are complete before a job
+// begins; a new key is a field here and a row of the tables in settings.cpp.
 #pragma once
 
 #include <cstdio>
@@ -11,8 +11,9 @@
 
 namespace orvel {
 
-// Dump switches. Only reflex_only_flag changes what a job does; the others add console text or
-// files. "Stored" flags are read and kept, and nothing looks at them.
+// Dump switches. reflex_only_flag ends the run behind the beam table and vg_sel_chk_flag replaces
+// intensities by the selection of beams; the others add console text or files. "Stored" flags are read
+// and kept, and nothing looks at them.
 struct dbg_record {
     std::FILE* dump_fp;       // stream of the selection dump; null while none is open
     char base_name[name_max]; // stem of the parameter file
@@ -87,9 +88,5 @@ void read_ini_file();
 // Sets epsilon to its defaults and reads the EPS_CONTROL_PARAMETERS block; the stream then stands
 // behind the block. A missing block word ends the process.
 void read_eps_ctrl_params(std::FILE* stream);
-
-// Opens the parameter file, reads the job word and the settings block, and runs the job. Comes
-// back only when the job has ended normally.
-void ov_job(const char* parameter_file_name, const char* stem, std::FILE* log);
 
 } // namespace orvel

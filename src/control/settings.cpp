@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "control/orvel.h"
+#include "control/settings.h"
 
 #include <cstring>
 

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
-//
-// Dispatch of a job by the first word of the parameter file.
-#include "control/orvel.h"
+#include "program/orvel_job.h"
 
 #include <cstring>
 
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "control/utils.h"
 #include "jobs/e_density.h"
 #include "jobs/ov_sim.h"

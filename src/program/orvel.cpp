@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
 // Start and end of a run: banners, the parameter file's name, the log.
-#include "control/orvel.h"
-
 #include <cstring>
 
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "control/utils.h"
+#include "program/orvel_job.h"
 
 using namespace orvel;
 
