@@ -111,7 +111,9 @@ complex** new_eigenvectors(int n) {
     complex** a = new_structure_matrix(n);
     complex** vec = new_matrix<complex>(to_size(n), to_size(n));
     complex* val = new_vector<complex>(to_size(n));
-    eigmat(n, a, val, vec);
+    scratch room = {};
+    eigmat(n, a, val, vec, room);
+    free_scratch(room);
     std::free(val);
     free_matrix(a);
     return vec;

@@ -2,6 +2,7 @@
 //
 // Scalars, memory that is not to be had, the sort, and the two progress aids.
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <ctime>
@@ -12,8 +13,8 @@
 #include "control/ov_debug.h"
 #include "control/utils.h"
 #include "numeric/complex.h"
+#include "numeric/scratch.h"
 #include "numeric/vecmat.h"
-#include "numeric/workspace.h"
 #include "test_util.h"
 
 using namespace orvel;
@@ -56,7 +57,9 @@ TEST(Shapes, WithoutMemoryTheRunEnds) {
     EXPECT_EQ(mmalloc(much, much), nullptr);
     EXPECT_EQ(mmmalloc(2, much, much), nullptr);
     EXPECT_EQ(mmmmalloc(2, 2, much, much), nullptr);
-    EXPECT_EQ(run_child([] { workspace(slot_a, SIZE_MAX); }).err, "Not enough memory for vector.\n");
+    scratch room = {};
+    EXPECT_EQ(run_child([&] { take<complex>(room, SIZE_MAX / 9); }).err, "Not enough memory for vector.\n");
+    EXPECT_EQ(run_child([&] { take_matrix(room, INT_MAX, INT_MAX); }).err, "Not enough memory for matrix.\n");
     const struct {
         void (*check)(const void*);
         const char* message;
@@ -73,6 +76,33 @@ TEST(Shapes, WithoutMemoryTheRunEnds) {
         EXPECT_EQ(end.status, 1);
         EXPECT_EQ(run_child([&] { c.check(&c); }).status, 0);
     }
+}
+
+TEST(Scratch, PiecesStayAndComeAgain) {
+    scratch room = {};
+    std::vector<std::pair<char*, std::size_t>> taken;
+    const auto take_all = [&] {
+        taken.clear();
+        for (const std::size_t size : {1, 0, 70, 40000, 5, 100000, 64})
+            taken.push_back({take<char>(room, size), size});
+    };
+    take_all();
+    for (const auto& [p, size] : taken) {
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 64, 0u);
+        for (const auto& [q, other] : taken)
+            EXPECT_TRUE(p == q || p + size <= q || q + other <= p);
+        std::fill_n(p, size, char(size)); // so that a sanitizer sees all of it
+    }
+    const std::vector<std::pair<char*, std::size_t>> before = taken;
+    release_scratch(room, {0, 0});
+    take_all();
+    EXPECT_EQ(taken, before);
+    const scratch_mark behind = mark_scratch(room);
+    char* const next = take<char>(room, 9);
+    release_scratch(room, behind);
+    EXPECT_EQ(take<char>(room, 9), next);
+    free_scratch(room);
+    EXPECT_EQ(room.block[0].data, nullptr);
 }
 
 TEST(Heapsort, DescendingWithPlacesAndSettledTies) {

@@ -34,13 +34,14 @@ struct found {
     found(crystal& c, const beam_search& bs, uvw zone, r_hkl base1, double H, double G, double kv,
           bool sphere = false) {
         std::vector<hkl> e(to_size(bs.num_g_limit)), b(to_size(bs.num_g_limit));
-        int num_exact = 1, num_bethe = 1;
+        const beam_setup setup = {{zone, zone, base1, H, G, kv}, bs, 0, 0, nullptr};
+        found_beams lists = {1, 1, e.data(), b.data()};
         if (sphere)
-            beam_search_sphere(num_exact, num_bethe, e.data(), b.data(), bs, kv, c);
+            beam_search_sphere(setup, c, lists);
         else
-            search_beams(num_exact, num_bethe, e.data(), b.data(), bs, zone, base1, H, G, kv, c);
-        exact = beams_of(num_exact, e.data());
-        bethe = beams_of(num_bethe, b.data());
+            search_beams(setup, c, lists);
+        exact = beams_of(lists.num_exact, e.data());
+        bethe = beams_of(lists.num_bethe, b.data());
     }
     static std::size_t to_size(int n) { return static_cast<std::size_t>(n); }
 };
@@ -58,7 +59,7 @@ TEST(Beams, SearchesAgreeWithCartesianOnes) {
     const lattice lat = lattice_of(c);
     const double kv = 100, H = 0.4, G = -0.3, gamma = 1.19569507, lambda = 0.037014376587273,
                  pi_V = 120 * std::acos(-1.0);
-    const double K = std::sqrt(1 / (lambda * lambda) + gamma * calc_F_0_re(1, 2, c.site, c.bk) / pi_V);
+    const double K = std::sqrt(1 / (lambda * lambda) + gamma * calc_F_0_re(c) / pi_V);
     const double len = std::sqrt(16.0 + 25 + 144);
     const vec z = {4 / len, 5 / len, 12 / len}, b1 = {0.25, -0.2, 0},
               b2 = {z[2] * 0.2, z[2] * 0.25, z[0] * -0.2 - z[1] * 0.25};
@@ -198,7 +199,8 @@ TEST(Beams, LimitsOneByOne) {
     // K = 27: S = -g^2/(2K) without a disk; along the zone axis -K_z g_z/K less that; K_t = -g/2 is excited.
     double s1, s2;
     const auto error = [&](hkl g, double tilt, double disk) {
-        return abs_edge_s_g_tilt(g, {0, 0, 1}, {1, 0, 0}, {0, 1, 0}, tilt, 0, 4, 27, disk, s1, s2, lattice_of(c));
+        const beam_geometry geometry = {lattice_of(c), 27, 4, 0, 0, 0, 0};
+        return abs_edge_s_g_tilt(g, {{0, 0, 1}, {0, 0, 1}, {1, 0, 0}, tilt, 0, 0}, {0, 1, 0}, geometry, disk, s1, s2);
     };
     EXPECT_NEAR(error({1, 0, 0}, 0, 0), 0.0625 / 54, 1e-15);
     EXPECT_NEAR(error({0, 0, 1}, 0, 0.7), 0.25 - 0.03125 / 27, 1e-12);
@@ -340,9 +342,8 @@ TEST(Report, EverySearchMethod) {
     crystal c(crystal_text("1\n4\n4\n4\n90\n90\n90\n", {}));
     beam_search bs = {};
     bs.flag_bs = 7;
-    EXPECT_EQ(run_child([&] {
-                  reflex_dump_csd(3, 0, 0, nullptr, c, bs, {0, 0, 1}, {1, 0, 0}, 100, lattice_of(c));
-              }).out,
+    const beam_setup setup = {{{0, 0, 1}, {}, {1, 0, 0}, 0, 0, 100}, bs, 0, 0, nullptr};
+    EXPECT_EQ(run_child([&] { reflex_dump_csd(3, setup, c, lattice_of(c)); }).out,
               "reflex output ==> _fg3.txt\n$$ beam_search: manual\n$$ beam_search.flag_bs = 7\n");
     EXPECT_EQ(read_file("_fg3.txt"), "# [0 0 1]\n# Exact= 0  Bethe= 0\n" + columns);
 }

@@ -117,7 +117,8 @@ TEST(Fft, LengthsInTurn) {
         return x;
     };
     const floats expected = after({8, 8});
-    for (const auto& lengths : std::vector<std::vector<int>>{{4}, {64, 16}, {1}, {2, 1}, {0}, {8, 0, 0}, {-4}, {-64, -8}})
+    const std::vector<std::vector<int>> cases = {{4}, {64, 16}, {1}, {2, 1}, {0}, {8, 0, 0}, {-4}, {-64, -8}};
+    for (const auto& lengths : cases)
         EXPECT_EQ(after(lengths), expected);
 }
 
@@ -129,7 +130,8 @@ TEST(Fft, NoMemoryForTheTables) {
         std::string out, err;
         int status;
     } cases[] = {
-        {[](float* x) { for (int length : {n, n, 1}) std::printf("%d", fft1d(1, length, x, x)); }, "110", message + message, 0},
+        {[](float* x) { for (int length : {n, n, 1}) std::printf("%d", fft1d(1, length, x, x)); },
+         "110", message + message, 0},
         {[](float* x) { fft2d_nxny(1, 1, n, &x, &x); }, abort, message, 1},
         {[](float* x) { float** rows = &x; fft3d_nxnynz(1, 1, 1, n, &rows, &rows); }, abort, message, 1},
     };

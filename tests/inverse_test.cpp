@@ -266,7 +266,8 @@ TEST(Inverse, AgreesWithThePlainForm) {
                 spoil_room();
                 const result got = run_fast(a, tolerance);
                 const double limit = distance(wanted, nearby) * 4 + 1e-14;
-                for (int i = 0; i < n && kind == 0 && tolerance == 1e-8; ++i) { // the first column of A times its inverse
+                // The first column of A times its inverse.
+                for (int i = 0; i < n && kind == 0 && tolerance == 1e-8; ++i) {
                     number sum = 0.0;
                     for (int k = 0; k < n; ++k)
                         sum += a(i, k) * got.left[to_size(column ? k : k * n)];
@@ -276,7 +277,8 @@ TEST(Inverse, AgreesWithThePlainForm) {
                     EXPECT_EQ(got.left[to_size(i * n + n - 1)], a(i, n - 1)) << "behind the column without a pivot";
                 EXPECT_TRUE(got.code == wanted.code || wanted.code != nearby.code) << trial;
                 EXPECT_TRUE(!(distance(wanted, got) > limit))
-                    << trial << " " << column << " " << n << " " << kind << " " << distance(wanted, got) << " " << limit;
+                    << trial << " " << column << " " << n << " " << kind << " " << distance(wanted, got) << " "
+                    << limit;
             }
         }
     }

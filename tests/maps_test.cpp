@@ -13,6 +13,8 @@
 
 #include "job_util.h"
 #include "jobs/e_density.h"
+#include "jobs/ov_sim.h"
+#include "jobs/ov_sim_maps.h"
 #include "numeric/vecmat.h"
 
 using namespace orvel;
@@ -280,7 +282,10 @@ TEST(Maps, RunsOfARow) {
     std::uniform_real_distribution<double> real(-1, 1);
     for (const auto& c : cases) {
         sd cond = {};
+        cond.nx = 3;
         cond.ny = c.ny;
+        cond.range_x1 = -0.37;
+        cond.range_x2 = 4.5;
         cond.range_y1 = -1.3;
         cond.range_y2 = 1.9;
         cond.base_x1 = {0.3, -0.7, 0.1};
@@ -299,27 +304,26 @@ TEST(Maps, RunsOfARow) {
         }
         const std::vector<double> beta(to_size(c.n), 4);
         const r_hkl K_t = {0.3, -0.2, 0.7};
-        map_waves rows = new_map_waves(cond, c.n, beams.data());
         const double tolerance = 1e-12 * c.n * std::max(1, c.largest / 30);
-        for (double x : {0.0, -0.37, 4.5})
-            for (int iy = 0, count = 0; iy < c.ny; iy += count) {
-                count = start_run(rows, x, iy);
-                complex V[wave_run_max], S[wave_run_max];
-                sum_run(rows, coef[0].data(), V);
-                sum_run(rows, coef[1].data(), S);
-                for (int j = 0; j < count; ++j) {
-                    const r_uvw r = map_point(cond, x, map_coordinate(iy + j, c.ny, -1.3, 1.9));
-                    const complex pairs[][2] = {
-                        {V[j], calc_projpot(r, c.n, beams.data(), columns)},
-                        {S[j], calc_inv_fourier(r, c.n, beams.data(), coef[1].data())},
-                        {c_mul(S[j], plane_wave(K_t, r)),
-                         calc_bloch_state_func_ug(1, r, c.n, beams.data(), K_t, beta.data(), columns)}};
-                    for (const auto& [fast, plain] : pairs)
-                        EXPECT_LT(c_abs(c_sub(fast, plain)), tolerance) << c.n << " beams, point " << iy + j;
-                }
+        map_cursor at = new_map_cursor(cond, c.n, beams.data(), coef[0].data(), coef[1].data());
+        int points = 0;
+        testing::internal::CaptureStdout(); // progress
+        while (next_row(at))
+            for (; next_point(at); ++points) {
+                const double x = map_coordinate(at.ix, 3, -0.37, 4.5), y = map_coordinate(at.iy, c.ny, -1.3, 1.9);
+                const r_uvw r = map_point(cond, x, y);
+                const complex pairs[][2] = {
+                    {at.value[0], calc_projpot(r, c.n, beams.data(), columns)},
+                    {at.value[1], calc_inv_fourier(r, c.n, beams.data(), coef[1].data())},
+                    {c_mul(at.value[1], plane_wave(K_t, r)),
+                     calc_bloch_state_func_ug(1, r, c.n, beams.data(), K_t, beta.data(), columns)}};
+                for (const auto& [fast, plain] : pairs)
+                    EXPECT_LT(c_abs(c_sub(fast, plain)), tolerance) << c.n << " beams, point " << at.iy;
             }
+        testing::internal::GetCapturedStdout();
+        EXPECT_EQ(points, 3 * c.ny);
         free_matrix(columns);
-        free_map_waves(rows);
+        free_map_cursor(at);
     }
 }
 

@@ -8,6 +8,7 @@
 
 #include "control/ov_mpi.h"
 #include "refine_util.h"
+#include "solver/ovfunc_tilt.h"
 
 using namespace orvel;
 using namespace orvel_test;
@@ -21,10 +22,17 @@ TEST(Cycle, GridOfTangentialVectors) {
     const lattice lat = bravai(4.1, 5.2, 6.3, 85, 95, 100);
     pixel grid[9];
     r_hkl K_t[9];
-    int n, effective;
+    int effective;
     const r_hkl e1 = {1, 0.5, -0.5}, e2 = zolz_ort_base({0, 1, 1}, e1, lat);
-    calc_K_xy_cbed(n, effective, K_t, grid, 0.1, -0.2, {0, 1, 1}, e1, lat, 2, 0.4, 3);
-    EXPECT_EQ(std::vector<int>({n, effective, grid[5].ih, grid[5].ig, grid[5].flag, grid[8].flag}),
+    fed set = {};
+    static_cast<incidence&>(set) = {{0, 1, 1}, {}, e1, 0.1, -0.2, 100};
+    set.calc_type = mesh_disk;
+    set.disksize = 0.4;
+    set.num_pix_side = 3;
+    ei intensity = {};
+    intensity.pixel = grid;
+    calc_K_xy_cbed(set, lat, intensity, K_t, effective);
+    EXPECT_EQ(std::vector<int>({intensity.num_pix, effective, grid[5].ih, grid[5].ig, grid[5].flag, grid[8].flag}),
               std::vector<int>({9, 5, 2, 1, 1, 0}));
     EXPECT_NEAR(K_t[5].h, 0.5 * (0.5 * e1.h - 0.2 * e2.h), 1e-15); // H = 0.1 + 0.4, G = -0.2
     EXPECT_NEAR(K_t[5].k, 0.5 * (0.5 * e1.k - 0.2 * e2.k), 1e-15);
@@ -118,26 +126,23 @@ TEST(Readers, MeasuredPointsStandOnTheirSquare) {
               std::vector<int>({1, 0, 1, 1, 1}));
     EXPECT_DOUBLE_EQ(e.obs_pixel[12].h, 0.1 - 0.5 + 3 * 0.125);
     EXPECT_DOUBLE_EQ(e.obs_pixel[21].g, -0.05 - 0.45 + 2 * 0.1125);
-    // On the bounds: none beyond. Last of each row: u, v, then value and sigma of the neighbours 00, 10, 01.
-    double v[10];
+    // On the bounds: none beyond.
     int outside;
-    const auto neighbours = [&](double h, double g) {
-        find_mat_ii_obs(h, g, 81, 9, e.obs_h_min, e.obs_h_max, e.obs_g_min, e.obs_g_max, e.obs_pixel, e.obs_raw[1][0],
-                        e.sig_raw[1][0], v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9], outside);
-    };
-    neighbours(e.obs_h_max, -0.2);
-    EXPECT_EQ(std::vector<double>({v[0], v[2], v[3], v[7]}), std::vector<double>({0, 820 - 25 * 2, 0, 1}));
+    measured_cell c = find_mat_ii_obs(e.obs_h_max, -0.2, e, e.obs_raw[1][0], e.sig_raw[1][0], outside);
+    EXPECT_EQ(std::vector<double>({c.u, c.i00, c.i10, c.s10}), std::vector<double>({0, 820 - 25 * 2, 0, 1}));
     EXPECT_EQ(outside, 0);
-    neighbours(e.obs_h_min, e.obs_g_max);
-    EXPECT_EQ(std::vector<double>({v[1], v[2], v[4], v[8]}), std::vector<double>({0, 500 - 25 * 8, 0, 1}));
+    c = find_mat_ii_obs(e.obs_h_min, e.obs_g_max, e, e.obs_raw[1][0], e.sig_raw[1][0], outside);
+    EXPECT_EQ(std::vector<double>({c.v, c.i00, c.i01, c.s01}), std::vector<double>({0, 500 - 25 * 8, 0, 1}));
 
     // One pixel between the points (2, 3), (3, 3), (2, 4), (3, 4) of a plane, of sigmas of a plane, once shifted
     // there.
-    double sig[81], obs_at, sig_at;
+    pixel at = {0, 0, 1, 0.1 - 0.5 + 2.25 * 0.125 + 0.03, -0.05 - 0.45 + 3.5 * 0.1125 - 0.02};
+    ei single = e;
+    single.num_pix = 1;
+    single.pixel = &at;
+    double *sig = e.sig_raw[0][0], &obs_at = e.obs[0][0][0], &sig_at = e.sig[0][0][0];
     const auto sample = [&](double H_shift, double G_shift) {
-        const pixel at = {0, 0, 1, 0.1 - 0.5 + 2.25 * 0.125 + 0.03, -0.05 - 0.45 + 3.5 * 0.1125 - 0.02};
-        calc_extr_obs_int(H_shift, G_shift, 81, 9, e.obs_h_min, e.obs_h_max, e.obs_g_min, e.obs_g_max, e.obs_pixel,
-                          e.obs_raw[0][0], sig, 1, 1, &at, nullptr, &obs_at, &sig_at, outside);
+        calc_extr_obs_int(H_shift, G_shift, single, 0, 0, outside);
     };
     for (int i = 0; i < 81; ++i)
         sig[i] = 50 + i % 9 + 2 * (i / 9);
@@ -173,7 +178,7 @@ TEST(FitModel, ShiftSlopesAreThoseOfACubicInsideAndOfALineAtTheRim) {
         inside[i][j] = 0;
     const double s = 0.05;
     const auto cubic = [&](double at) { return (std::pow(at + s, 3) - std::pow(at, 3)) / s; };
-    calc_Hshift_grad(s, -0.6, 0.6, n, n, x, x, f, inside, g);
+    calc_Hshift_grad(s, -0.6, 0.6, n, n, f, inside, g);
     EXPECT_NEAR(g[3][2], cubic(0), 1e-12);
     EXPECT_NEAR(g[0][2], (f[1][2] - f[0][2]) / 0.2, 1e-12); // no point in front: a line
     EXPECT_NEAR(g[6][2], (f[6][2] - f[5][2]) / 0.2, 1e-12); // none behind: continued
@@ -185,9 +190,9 @@ TEST(FitModel, ShiftSlopesAreThoseOfACubicInsideAndOfALineAtTheRim) {
     EXPECT_NEAR(g[5][4], (f[5][4] - f[4][4]) / 0.2, 1e-12); // last but one: continued from whatever is in front
     EXPECT_EQ(g[3][6], 0);                                  // alone
     EXPECT_EQ(g[6][5], 0);
-    calc_Hshift_grad(0.25, -0.75, 0.75, n, n, x, x, f, inside, g); // a whole pitch
+    calc_Hshift_grad(0.25, -0.75, 0.75, n, n, f, inside, g); // a whole pitch
     EXPECT_NEAR(g[3][2], (f[4][2] - f[3][2]) / 0.25, 1e-12);
-    calc_Gshift_grad(s, -0.6, 0.6, n, n, x, x, f, inside, g);
+    calc_Gshift_grad(s, -0.6, 0.6, n, n, f, inside, g);
     EXPECT_NEAR(g[2][3], 2 * cubic(0), 1e-12);
     EXPECT_NEAR(bicubic_intrpl(0.07, -0.33, n, n, x, x, f), std::pow(0.07, 3) - 2 * std::pow(0.33, 3), 1e-12);
     EXPECT_NEAR(bicubic_intrpl(0.59, -0.59, n, n, x, x, f), std::pow(0.59, 3) - 2 * std::pow(0.59, 3), 1e-12);
@@ -278,7 +283,9 @@ TEST(Reports, PatternsAndResidualsOfHandMadeNumbers) {
         warnings += "$$Warning: obs_int obs_sig = 5 0\n";
     EXPECT_EQ(console_of([&] { chisq = calc_chisq(first.set, first.data); }), warnings);
     EXPECT_EQ(chisq, 474);
-    EXPECT_EQ(console_of([&] { fit_res_output(2, sets, data, 4, 5, 6, 80, 95, 100, "b"); }),
+    csd cell = {};
+    cell.a = 4, cell.b = 5, cell.c = 6, cell.alpha = 80, cell.beta = 95, cell.gamma = 100;
+    EXPECT_EQ(console_of([&] { fit_res_output(2, sets, data, cell, "b"); }),
               "Result: res file      -- b0.txt\nResult: res file      -- b1.txt\n");
     EXPECT_EQ(read_file("b0.txt"), reference("fit_result0.txt"));
     EXPECT_EQ(read_file("b1.txt"), reference("fit_result1.txt"));
@@ -401,10 +408,15 @@ TEST(RefineFaults, EachMessageOnce) {
     const fit_files dir;
     fit f(dir.text);
     double picture_row[2] = {}, *picture[2] = {picture_row, picture_row}, list[9];
-    pixel grid[4];
-    r_hkl K_t[4];
-    int n = 0, m = 0;
-    const lattice lat = lattice_of(f.cr);
+    const auto grid_of = [&](int calc_type, int num_pix_side) {
+        return [=, &f] {
+            r_hkl K_t[4];
+            int effective;
+            f.sets[0].calc_type = calc_type;
+            f.sets[0].num_pix_side = num_pix_side;
+            calc_K_xy_cbed(f.sets[0], lattice_of(f.cr), f.data[0], K_t, effective);
+        };
+    };
     const string no_bf = "\nRefined parameters:\n [0] a= 4.1, esd= 0 (ini_val= 4.1)\n";
     const auto widths = [&](int num_thickwidth, int type) {
         return [=, &f, &list] {
@@ -419,22 +431,20 @@ TEST(RefineFaults, EachMessageOnce) {
     const auto searched = [&] { search_csd_fed(0, f.cr, 1, f.sets); };
     expect_faults({
         {[&] { auto_ed_beams(f.sets[0], f.cr); }, "$$ Invalid beam_search.flag_bs. (0) Abort.\n", ""},
-        {[&] { calc_K_xy_cbed(n, m, K_t, grid, 0, 0, {0, 0, 1}, {1, 0, 0}, lat, 1, 1, 2); }, "",
-         "$$(Calc_K_xy_cbed) Invalid calc_type (=1). Abort.\n"},
-        {[&] { calc_K_xy_cbed(n, m, K_t, grid, 0, 0, {0, 0, 1}, {1, 0, 0}, lat, 2, 1, -1); },
-         "$$ Wrong ct(=0) in calc_K_xy_cbed. Abort.\n", ""},
+        {grid_of(mesh_line, 2), "", "$$(Calc_K_xy_cbed) Invalid calc_type (=1). Abort.\n"},
+        {grid_of(mesh_disk, -1), "$$ Wrong ct(=0) in calc_K_xy_cbed. Abort.\n", ""},
         {widths(-1, 2), "$$ num_thickwidth = -1. Abort.\n", ""},
         {widths(INT_MIN, 1), "$$ num_thickwidth = -2147483648\n$$ num_thickwidth = -2147483648. Abort.\n", ""},
         {widths(1, 3), "$$ Sorry, thickwidth_type=3 is not supported. Abort.\n", ""},
-        {[] { scale_tav(-1, 1, 0, 0, 1, 0, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr); },
+        {[&] { cycle_intensities c = {}; c.n = -1; scale_tav(f.sets[0], 0, 0, 0, c); },
          "$$ num_thickwidth must not be less than 0. Abort.\n", ""},
         {[&] { gaussian_convolution(2, picture, 2, picture); },
          "$$num_avrpix = 2: num_avrpix must be odd number. Abort.\n$$(gaussian_convolution)\n", ""},
         {[&] { gaussian_conv(2, 2, picture, 4, picture); },
          "$$num_avrpix = 4: num_avrpix must be odd number. Abort.\n$$(gaussian_conv)\n", ""},
-        {[&] { calc_Hshift_grad(-0.1, -1, 1, 2, 2, nullptr, nullptr, picture, nullptr, picture); },
+        {[&] { calc_Hshift_grad(-0.1, -1, 1, 2, 2, picture, nullptr, picture); },
          "$$(calc_Hshift_int) Hshift(=-0.1) must be positive. Abort.)", ""},
-        {[&] { calc_Gshift_grad(3, -1, 1, 2, 2, nullptr, nullptr, picture, nullptr, picture); },
+        {[&] { calc_Gshift_grad(3, -1, 1, 2, 2, picture, nullptr, picture); },
          "$$ (calc_Gshift_int) Too large shift. Abort.)", ""},
         {[&] { search_csd_fed(0, f.cr, 0, f.sets); }, "$$error: (search_csd_fed) invalid ntp=0\n", ""},
         {[&] { search_csd_fed(16, f.cr, 2, f.sets); }, "$$error: (search_csd_fed) invalid ntp=16\n", ""},
@@ -452,8 +462,9 @@ TEST(RefineFaults, EachMessageOnce) {
         {[&] { val_search_fed("nobody", 2, f.sets); }, "$$error: (val_search_fed) constraint nobody not found\n", ""},
         {[] {
              work_cal_int w;
-             calc_intensity_ug_coherent({}, 0, {}, {}, 0, 0, nullptr, nullptr, 1, nullptr, 0, nullptr, 0, nullptr, 0,
-                                        {}, {}, {}, 0, 0, 0, nullptr, nullptr, w);
+             tilt_problem p = {};
+             p.num_perturb = 1;
+             calc_intensity_ug_coherent(p, {}, {}, nullptr, w);
          },
          "$$error: perturbation is not available in coherent mode.\n", ""},
     });

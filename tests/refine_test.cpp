@@ -9,11 +9,15 @@
 #include "numeric/lb_eigmat.h"
 #include "numeric/lb_invmat.h"
 #include "refine_util.h"
+#include "solver/ovfunc_potential.h"
+#include "solver/ovfunc_tilt.h"
 #include "solver/perturb.h"
 
 using namespace orvel;
 using namespace orvel_test;
 using std::string;
+
+static scratch room;
 
 namespace {
 
@@ -29,21 +33,19 @@ static string iso(const string& x, const string& B, const string& occ) {
 // Intensities of one tilt of four exact and one Bethe beam with table vg, and by perturbation with pvg.
 static void solve(int flag_bs, const csd& cr, complex** vg, complex*** pvg, std::vector<double>& full,
                   std::vector<double>& perturbed) {
-    const hkl beams[5] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {-1, 0, 0}, {1, 1, 0}};
+    hkl beams[5] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {-1, 0, 0}, {1, 1, 0}};
     const int out[4] = {0, 1, 2, 4}; // the last is a Bethe beam and stays dark
     const double thickness[2] = {150, 420};
-    const lattice lat = lattice_of(cr);
     const uvw zone = {0, 0, 1};
-    beam_search bs = {};
-    bs.flag_bs = flag_bs;
-    double zone_len, normal_len, cos_zn, lambda, energy;
-    pre_calc_intensity(100, zone, zone, lat, zone_len, normal_len, cos_zn, lambda, energy);
+    beam_setup setup = {{zone, zone, {1, 0, 0}, 0, 0, 100}, {}, 4, 1, beams};
+    setup.beam_search.flag_bs = flag_bs;
+    const beam_geometry geometry = pre_calc_intensity(setup, 27.0, lattice_of(cr));
+    const tilt_problem problem = {setup, geometry, vg, 4, out, 2, thickness, pvg != nullptr ? 1 : 0, pvg};
     work_cal_int work;
-    alloc_work_cal_int(5, 4, pvg != nullptr ? 1 : 0, work);
+    alloc_work_cal_int(5, 4, problem.num_perturb, work);
     double** I = new_matrix<double>(4, 2);
     double*** pI = new_tensor<double>(1, 4, 2);
-    calc_intensity_with_perturb_ug({-0.4, 0.1, 0}, 27.0, bs, 4, 1, beams, vg, work.num_perturb, pvg, 4, out, 2,
-                                   thickness, 100, zone, zone, lat, zone_len, normal_len, cos_zn, I, pI, work);
+    calc_intensity_with_perturb_ug(problem, {-0.4, 0.1, 0}, I, pI, work);
     full.assign(I[0], I[0] + 8);
     perturbed.assign(pI[0][0], pI[0][0] + 8);
     free_work_cal_int(work);
@@ -131,17 +133,17 @@ TEST(Perturbation, DegeneratePairSplitsAsTheBlockSays) {
             D[i][j].re = i == j ? 0 : e;
             B[i][j].re = A[i][j].re + D[i][j].re;
         }
-    eigmat(3, A, val, C);
+    eigmat(3, A, val, C, room);
     for (int i = 0; i < 3; ++i)
         std::memcpy(inverse[i], C[i], 3 * sizeof(complex));
-    invmat(3, inverse);
-    perturb(val, C, 3, D, epsilon.degeneracy_eps, p_val, p_vec);
+    invmat(3, inverse, room);
+    perturb(val, C, 3, D, epsilon.degeneracy_eps, p_val, p_vec, room);
     // The block gives 5 +- e; the second-order sums run over the unmixed pair, e^2/3 for each.
     EXPECT_NEAR(p_val[0].re, 5 + e + e * e / 3, 1e-12);
     EXPECT_NEAR(p_val[1].re, 5 - e + e * e / 3, 1e-12);
     EXPECT_NEAR(p_val[2].re, 2 - 2 * e * e / 3, 1e-12);
-    eigen_val_perturbation(val, C, inverse, 3, A, B, first);
-    perturbation2(val, C, inverse, 3, A, B, epsilon.degeneracy_eps, p_val, p_vec);
+    eigen_val_perturbation(val, C, inverse, 3, A, B, first, room);
+    perturbation2(val, C, inverse, 3, A, B, epsilon.degeneracy_eps, p_val, p_vec, room);
     for (int j = 0; j < 3; ++j) {
         EXPECT_NEAR(first[j].re, val[j].re, 1e-12); // no diagonal change
         EXPECT_NEAR(p_val[j].re, first[j].re, 1e-12);
@@ -164,12 +166,12 @@ TEST(Perturbation, ComplexLevelsOfEqualRealPartDoNotMix) {
     D[0][2] = {e, e};
     D[1][1] = {0, 2 * e};
     D[2][0] = {2 * e, 0};
-    eigen_val_perturbation(val, C, C, 3, A, D, first);
+    eigen_val_perturbation(val, C, C, 3, A, D, first, room);
     EXPECT_EQ(first[1].im, 0.1 + 2 * e);
-    eigen_val_perturbation(val, C, D, 3, A, D, first); // any matrix in place of the inverse: element 02 times 20
+    eigen_val_perturbation(val, C, D, 3, A, D, first, room); // any matrix in place of the inverse: element 02 times 20
     EXPECT_NEAR(first[0].im, 2 * e * e, 1e-18);
     EXPECT_NEAR(first[2].im, 2 * e * e, 1e-18);
-    perturb(val, C, 3, D, 1e-8, p_val, p_vec);
+    perturb(val, C, 3, D, 1e-8, p_val, p_vec, room);
     // |e + i e|^2 / 3; the pair's own element counts in the block alone.
     EXPECT_NEAR(p_val[0].re, 5 + 2 * e * e / 3, 1e-14);
     EXPECT_NEAR(p_val[1].im, 0.1 + 2 * e, 1e-14);
@@ -178,7 +180,7 @@ TEST(Perturbation, ComplexLevelsOfEqualRealPartDoNotMix) {
         EXPECT_EQ(p_vec[0][1].im, 0); // the element over 0.1 i would be imaginary
         EXPECT_NEAR(p_vec[0][2].im, -e / 3, 1e-15);
         EXPECT_NEAR(p_vec[2][0].re, 2 * e / 3, 1e-15);
-        perturbation2(val, C, C, 3, A, D, 1e-8, p_val, p_vec);
+        perturbation2(val, C, C, 3, A, D, 1e-8, p_val, p_vec, room);
     }
     EXPECT_EQ(p_val[1].im, 0.1 + 2 * e);
     for (complex** m : {C, D, A, p_vec})
@@ -193,7 +195,7 @@ TEST(Perturbation, TwoPairs) {
     complex p_val[4];
     for (int i = 0; i < 16; ++i)
         (i % 5 == 0 ? C : D)[i / 4][i % 4].re = i % 5 == 0 ? 1 : e;
-    perturb(val, C, 4, D, 1e-8, p_val, p_vec);
+    perturb(val, C, 4, D, 1e-8, p_val, p_vec, room);
     for (int j = 0; j < 4; ++j)
         EXPECT_NEAR(p_val[j].re, val[j].re + (j % 2 == 0 ? e : -e) + (j < 2 ? 2 : -2) * e * e / 3, 1e-12) << j;
     for (complex** m : {C, D, p_vec})
@@ -361,9 +363,11 @@ TEST(Cycle, BeamsAreSearchedAtTheTiltOfTheSetAndTheConsoleTellsAll) {
     EXPECT_TRUE(matches(later, reference("cycle.txt"))) << later;
 
     hkl exact[60], bethe[60];
-    int n, m;
     fed& set = f.sets[1];
-    search_beams(n, m, exact, bethe, set.beam_search, {0, 1, 1}, {1, 0.5, -0.5}, 0.25, -0.6, 200, f.cr);
+    const uvw zone = {0, 1, 1};
+    found_beams found = {0, 0, exact, bethe};
+    search_beams({{zone, zone, {1, 0.5, -0.5}, 0.25, -0.6, 200}, set.beam_search, 0, 0, nullptr}, f.cr, found);
+    const int n = found.num_exact, m = found.num_bethe;
     string list = "10\n" + std::to_string(n) + " " + std::to_string(m) + "\n";
     for (int i = 0; i < n + m; ++i) {
         const hkl g = i < n ? exact[i] : bethe[i - n];

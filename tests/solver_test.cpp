@@ -12,12 +12,15 @@
 
 #include "control/orvel.h"
 #include "crystal_util.h"
-#include "numeric/machine.h"
+#include "numeric/fast/dispatch.h"
 #include "numeric/vecmat.h"
+#include "solver/ovfunc_potential.h"
 #include "solver/ovfunc_tilt.h"
 
 using namespace orvel;
 using namespace orvel_test;
+
+static scratch room;
 
 using cplx = std::complex<double>;
 using square = std::vector<std::vector<cplx>>;
@@ -39,7 +42,6 @@ namespace {
 struct specimen {
     table_dir tables;
     crystal xtal;
-    beam_search bs = {};
     hkl* list;
     tilt_problem p = {};
     std::vector<int> out_beams; // all of the list
@@ -47,25 +49,19 @@ struct specimen {
     specimen(const std::string& text, double kv, uvw zone, uvw normal, r_hkl base1, const std::string& search)
         : xtal(with_default_settings(text)) {
         std::FILE* file = text_stream(search);
-        bs.disksize = 0.5;
-        fget_beam_list(file, bs, p.num_exact_beam, p.num_bethe_beam, list, zone, base1, 0.0, 0.0, kv, xtal);
+        beam_setup setup = {{zone, normal, base1, 0, 0, kv}, {}, 0, 0, nullptr};
+        setup.beam_search.disksize = 0.5;
+        fget_beam_list(file, setup, xtal);
         std::fclose(file);
-        while (static_cast<int>(out_beams.size()) < p.num_exact_beam + p.num_bethe_beam)
+        list = setup.reflex_sel;
+        while (static_cast<int>(out_beams.size()) < num_beams(setup))
             out_beams.push_back(static_cast<int>(out_beams.size()));
-        p.bs = &bs;
-        p.reflex_sel = list;
+        p = new_tilt_problem(setup, xtal, nullptr, lattice_of(xtal));
         p.num_g = static_cast<int>(out_beams.size());
         p.out_beams = out_beams.data();
-        p.kv = kv;
-        p.zone_uvw = zone;
-        p.normal_uvw = normal;
-        p.lat = lattice_of(xtal);
-        p.abs_K = calc_abs_K(xtal, kv, p.lat);
-        double lambda, energy;
-        pre_calc_intensity(kv, zone, normal, p.lat, p.zone_len, p.normal_len, p.cos_zn, lambda, energy);
         p.vg = new_matrix<complex>(out_beams.size(), out_beams.size());
         int flag;
-        potential_matrix_csd(p.num_exact_beam, p.num_bethe_beam, list, xtal, kv, p.lat, p.vg, flag);
+        potential_matrix_csd(p.num_exact_beam, p.num_bethe_beam, list, xtal, kv, p.geometry.lat, p.vg, flag);
         EXPECT_EQ(flag, 0);
     }
     ~specimen() {
@@ -92,14 +88,14 @@ static const std::string triclinic =
 static solved_tilt solve(const specimen& s, r_hkl K_t, const std::vector<double>& thickness) {
     work_cal_int work;
     alloc_work_cal_int(s.p.num_g, s.p.num_g, 0, work);
-    tilt_state state = select_tilt(s.p, K_t, work);
-    solve_tilt(s.p, "", nullptr, state, work);
+    select_tilt(s.p, K_t, work);
+    solve_tilt(s.p, nullptr, work);
     const int num_g = s.p.num_g;
-    const int *const exact = work.sel, *const bethe = exact + state.nesel;
-    solved_tilt tilt = {{exact, bethe}, {bethe, bethe + state.nbsel}, {work.beta_ge, work.beta_ge + num_g}, {}};
+    const int *const exact = work.sel, *const bethe = exact + work.nesel;
+    solved_tilt tilt = {{exact, bethe}, {bethe, bethe + work.nbsel}, {work.beta_ge, work.beta_ge + num_g}, {}};
     std::vector<complex> psi(to_size(num_g));
     for (double t : thickness) {
-        tilt_amplitudes(s.p, state, work, t, psi.data());
+        tilt_amplitudes(s.p, work, t, psi.data());
         tilt.psi.emplace_back();
         for (complex wave : psi)
             tilt.psi.back().push_back(std_of(wave));
@@ -114,24 +110,26 @@ static solved_tilt solve(const specimen& s, r_hkl K_t, const std::vector<double>
 // bc C / sqrt(beta) is 1 there. All beams and thicknesses at once against one after another, with two of
 // three branches; a beam outside 0 .. n - 1 has no wave.
 TEST(Solver, WavesOfTheBranches) {
-    const int branch[] = {2, 0}, pos[] = {2, -1, 0, 3, 1};
-    const double beta[] = {4, 1.5, 0.7};
-    const complex value[] = {{-0.02, 0.001}, {9, 9}, {0.01, 0.002}}, bc[] = {{0.3, -0.4}, {9, 9}, {2, 0}};
-    const complex rows[3][3] = {
+    const int pos[] = {2, -1, 0, 3, 1};
+    int branch[] = {2, 0};
+    double beta[] = {4, 1.5, 0.7};
+    complex value[] = {{-0.02, 0.001}, {9, 9}, {0.01, 0.002}}, bc[] = {{0.3, -0.4}, {9, 9}, {2, 0}};
+    complex rows[3][3] = {
         {{0, 0}, {9, 9}, {1, 0}}, {{0.2, 0.5}, {9, 9}, {-0.1, 0.6}}, {{1, -2}, {9, 9}, {0.4, 3}}};
-    const complex* const vectors[] = {rows[0], rows[1], rows[2]};
-    const complex psi = psi_limited_ug(0, 1000, 3, 2, branch, -25, beta, value, vectors, bc);
+    complex* vectors[] = {rows[0], rows[1], rows[2]};
+    const bloch_waves waves = {{3, 0, nullptr}, -25, beta, value, vectors, bc, 2, branch};
+    const complex psi = psi_limited_ug(0, 1000, waves);
     EXPECT_NEAR(psi.re, 0.24034343, 1e-8);
     EXPECT_NEAR(psi.im, 0.73970102, 1e-8);
     std::vector<double> thickness(150); // more than are worked on at once
     std::iota(thickness.begin(), thickness.end(), 900.0);
     std::vector<complex> many(5 * thickness.size(), {1, 1});
-    psi_of_beams(5, pos, 150, thickness.data(), 3, 2, branch, -25, beta, value, vectors, bc, many.data());
+    psi_of_beams(5, pos, 150, thickness.data(), waves, many.data(), room);
     for (std::size_t i = 0; i < many.size(); ++i) {
         const double t = thickness[i % 150];
-        const complex one = psi_limited_ug(pos[i / 150], t, 3, 2, branch, -25, beta, value, vectors, bc);
+        const complex one = psi_limited_ug(pos[i / 150], t, waves);
         EXPECT_LT(c_abs(c_sub(many[i], one)), 1e-14) << i;
-        EXPECT_EQ(psi_to_intensity_limited_ug(pos[i / 150], t, 3, 2, branch, -25, beta, value, vectors, bc),
+        EXPECT_EQ(psi_to_intensity_limited_ug(pos[i / 150], t, waves),
                   c_norm(one));
         EXPECT_EQ(c_norm(one) == 0, i / 150 % 2 == 1) << i;
     }
@@ -235,7 +233,7 @@ static matrix waves_by_exponential(const specimen& s, r_hkl K_t, const solved_ti
             m[i * N + j] = U(g.h - s.list[beams[j]].h, g.k - s.list[beams[j]].k, g.l - s.list[beams[j]].l);
         m[i * N + i] = {K_matrix / K * (K * K - dot(k_g, k_g)), U(0, 0, 0).imag()};
     }
-    m = folded(N, m, exact, s.bs.flag_bs >= 10);
+    m = folded(N, m, exact, s.p.beam_search.flag_bs >= 10);
     for (std::size_t i = 0; i < exact; ++i) {
         const hkl g = s.list[beams[i]];
         m[std::slice(i * exact, exact, 1)] *= matrix(cplx(0, -pi * t) / (K_n + dot(at(g.h, g.k, g.l), n)), exact);
@@ -291,7 +289,7 @@ TEST(Solver, BetheReductions) {
             matrix m(N * N);
             for (std::size_t i = 0; i < N * N; ++i)
                 m[i] = std_of(a[i / N][i % N]);
-            bethe_reduction(flag_bs, s, weak, a, b);
+            bethe_reduction(flag_bs, s, weak, a, b, room);
             // With one weak beam both forms are the same; with none they copy.
             const matrix wanted = folded(N, m, s, flag_bs == 10 || weak == 1);
             for (std::size_t i = 0; i < s * s; ++i)
@@ -306,17 +304,17 @@ TEST(Solver, BetheReductions) {
         dbg.process_mon_flag = 1;
         for (int i = 0; i < 9; ++i)
             a[i / 3][i % 3] = {rows[i / 3][i % 3], 0};
-        g_bethe(1, 2, a, b);
+        g_bethe(1, 2, a, b, room);
         std::printf("%g\n", b[0][0].re);
         a[1][1] = {1e-9, 0};
-        g_bethe(1, 1, a, b);
+        g_bethe(1, 1, a, b, room);
         std::printf("%g\n", b[0][0].re);
         a[1][1] = {2, 0}; // no tolerance, no inverse: the matrix itself
         epsilon.inv_eps = 0;
-        g_bethe(1, 1, a, b);
+        g_bethe(1, 1, a, b, room);
         std::printf("%g\n", b[0][0].re);
         epsilon.invmat_func = 1;
-        g_bethe(1, 1, a, b);
+        g_bethe(1, 1, a, b, room);
     });
     const std::string trace = "$$ invmat: Numpack inv_c_mat()\n",
                       anomalous = "$$ Anomalous termination in inv_c_mat.\n";
@@ -364,7 +362,7 @@ TEST(Solver, LimitedBranch) {
         {0.5, {{0.7, 0.7}}, {0}}};
     for (const auto& c : cases) {
         int n_branch = -1, branch[3] = {-1, -1, -1};
-        limited_branch(c.accuracy, static_cast<int>(c.bc.size()), c.bc.data(), n_branch, branch);
+        limited_branch(c.accuracy, static_cast<int>(c.bc.size()), c.bc.data(), n_branch, branch, room);
         EXPECT_EQ(std::vector<int>(branch, branch + n_branch), c.branches) << c.accuracy;
     }
 }
@@ -373,7 +371,7 @@ TEST(Solver, LimitedBranch) {
 TEST(Solver, SelectionPerTilt) {
     // w = xi |Sg|: 1e10 angstrom for a vanishing potential; xi of 3 V at 100 kV
     const double small = std::ldexp(1.0, -30), xi = 150.41214074282078 / (1.19569507 * 3 * 0.037014376587273065);
-    const hkl list[] = {{0, 0, 0}, {1, -1, 0}, {0, 1, -1}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
+    hkl list[] = {{0, 0, 0}, {1, -1, 0}, {0, 1, -1}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
     complex** vg = new_matrix<complex>(6, 6);
     vg[3][0] = {0, -3};
     vg[4][0] = {3, 0};
@@ -397,7 +395,8 @@ TEST(Solver, SelectionPerTilt) {
         {3, 1, {9, 0.04, 0.03, 0.02, 0.019, 0.01}, 0.04, 0.08, "212121"},
         {13, 1, {9, -0.08, 0.079, 0.04, -0.039, 0.0099}, 0.04, 0.08, "201012"}};
     for (const auto& c : cases) {
-        beam_search bs = {};
+        beam_setup setup = {{{1, 1, 1}, {}, {}, 0, 0, 100}, {}, 4, 2, list};
+        beam_search& bs = setup.beam_search;
         bs.flag_bs = c.flag_bs;
         bs.wgbmin = bs.sgbmin = c.exact_limit;
         bs.wgmax = bs.sgmax = c.bethe_limit;
@@ -408,10 +407,12 @@ TEST(Solver, SelectionPerTilt) {
         epsilon.vg_select_flag = c.vg_select_flag;
         const double beta_ge[] = {1, 2, 3, 4, 5, 6};
         const int out_beams[] = {3, 0, 5};
-        int nesel, nbsel, sel[6], out_pos[3];
+        int sel[6], out_pos[3];
         double beta_sel[6];
-        vg_select_info_ug(4, 2, nesel, nbsel, sel, vg, list, c.Sg.data(), bs, {1, 1, 1}, 100);
-        vg_select_trans_ug(4, 2, nesel, nbsel, sel, beta_ge, beta_sel, 3, out_beams, out_pos);
+        beam_selection s = {0, 0, sel};
+        vg_select_info_ug(setup, vg, c.Sg.data(), s);
+        vg_select_trans_ug(s, beta_ge, beta_sel, 3, out_beams, out_pos);
+        const int nesel = s.nesel, nbsel = s.nbsel;
         std::string classes(6, '0');
         for (int i = 0; i < nesel + nbsel; ++i) {
             classes[to_size(sel[i])] = i < nesel ? '2' : '1';
@@ -426,7 +427,9 @@ TEST(Solver, SelectionPerTilt) {
         if (c.vg_select_flag == 0 || c.flag_bs == 0)
             continue;
         const outcome end = run_child([&] {
-            vg_select_info_ug(4, 0, nesel, nbsel, sel, vg, list + 1 + c.flag_bs % 2, c.Sg.data(), bs, {1, 1, 1}, 100);
+            setup.num_bethe_beam = 0;
+            setup.reflex_sel += 1 + c.flag_bs % 2;
+            vg_select_info_ug(setup, vg, c.Sg.data(), s);
         });
         EXPECT_EQ(end.out + end.err, "$$error: reflex_sel[0] must be 000\n");
         EXPECT_EQ(end.status, 1);
@@ -452,7 +455,7 @@ TEST(Solver, BoundaryConditionAndItsCheck) {
             dbg.bc_chk_flag = c.flag;
             row_0[0].re = c.first;
             complex bc[2];
-            const int found = upper_b_cond(2, beta_sel, vectors, bc);
+            const int found = upper_b_cond(2, beta_sel, vectors, bc, room);
             const bool right = bc[0].re == 1 / c.first && bc[0].im == 0 && bc[1].re == -0.25 / c.first && bc[1].im == 0;
             std::exit(right ? found : 10);
         });

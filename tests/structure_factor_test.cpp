@@ -204,20 +204,26 @@ static sym_op operation(std::string line) { return decode_sym_op(line.data()); }
 // for 001. The operation (z, x, y + 1/4) takes (1/4, 0, 0) to (0, 1/4, 1/4): -i for 010 and 001.
 TEST(StructureFactors, PhasesByHand) {
     atom site = {"", 0, 0, 0.25, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1};
-    const double one = 1, zero = 0, f = 2, f_abs = 0.5;
-    const sym_op same = operation("X,Y,Z"), screw[] = {same, operation("-X,-Y,Z+1/4")}, turn = operation("Z,X,Y+1/4");
-    expect_near(calc_structure_factor_ph(0, 0, 1, 0, 2, screw, 1, &site, &one, &zero), {1, -1}, "screw");
-    expect_near(calc_structure_factor_ph(0, 1, 0, 0, 1, &turn, 1, &site, &one, &zero), {0, -1}, "010");
-    expect_near(calc_structure_factor_ph(0, 0, 1, 0, 1, &turn, 1, &site, &one, &zero), {0, -1}, "001");
-    expect_near(calc_structure_factor_ph(1, 0, 0, 0, 1, &turn, 1, &site, &one, &zero), {1, 0}, "100");
+    sym_op screw[] = {operation("X,Y,Z"), operation("-X,-Y,Z+1/4")}, turn = operation("Z,X,Y+1/4");
+    csd c = {};
+    c.num_site = 1;
+    c.site = &site;
+    const auto sum = [&](int num_sym_op, sym_op* ops, hkl g, double sq_s = 0, double f = 1, double f_abs = 0) {
+        c.num_sym_op = num_sym_op;
+        c.sym_op = ops;
+        return calc_structure_factor_ph(g, sq_s, c, &f, &f_abs);
+    };
+    expect_near(sum(2, screw, {0, 0, 1}), {1, -1}, "screw");
+    expect_near(sum(1, &turn, {0, 1, 0}), {0, -1}, "010");
+    expect_near(sum(1, &turn, {0, 0, 1}), {0, -1}, "001");
+    expect_near(sum(1, &turn, {1, 0, 0}), {1, 0}, "100");
     site.B = 3;
     site.occupancy = 0.25;
     site.multiplicity = 2; // (2 + 0.5 i)(-i) exp(-3 x 0.2) / 2
-    expect_near(calc_structure_factor_ph(1, 0, 0, 0.2, 1, &same, 1, &site, &f, &f_abs),
-                0.5 * std::exp(-0.6) * cplx(0.5, -2), "100");
+    expect_near(sum(1, screw, {1, 0, 0}, 0.2, 2, 0.5), 0.5 * std::exp(-0.6) * cplx(0.5, -2), "100");
     // The tensor takes the rotated indices (1, 2, 3) of 312, the translation the given ones: exp(-pi i).
     site = {"", 1, 0, 0, 0, 0, 1, 0, .01, .04, .09, .001, .002, .003, 1};
-    expect_near(calc_structure_factor_ph(3, 1, 2, 9, 1, &turn, 1, &site, &one, &zero),
+    expect_near(sum(1, &turn, {3, 1, 2}, 9),
                 std::polar(std::exp(-(.01 + .16 + .81 + 2 * (.002 + .006 + .018))), -tau / 2), "anisotropic");
 }
 
@@ -273,10 +279,9 @@ TEST(StructureFactors, AgreeWithDirectSums) {
         for (const hkl g : {hkl{0, 0, 0}, {1, 1, 1}, {-2, 0, 2}, {1, 2, 3}, {2, -1, 5}, {0, 0, 6}, {9, 9, -9}}) {
             const std::string what = c.lattice + std::to_string(g.h) + std::to_string(g.k) + std::to_string(g.l);
             const double sq_s = sq_abs(hkl2rhkl(g.h, g.k, g.l), lat) / 4;
-            expect_near(calc_structure_factor_ph(g.h, g.k, g.l, sq_s, cr.num_sym_op, cr.sym_op, 2, cr.site, f, f_abs),
-                        direct_sum(cr, g, sq_s, f, f_abs), what);
+            expect_near(calc_structure_factor_ph(g, sq_s, cr, f, f_abs), direct_sum(cr, g, sq_s, f, f_abs), what);
             int flag, n = stock.count;
-            for (stocked_fg(g, cr, 100, lat, stock, flag); n < stock.count; ++n) {
+            for (structure_factor_ext_tbl(g, cr, 100, lat, stock, flag); n < stock.count; ++n) {
                 const cplx plain = std_of(crystal_fg(fg_total, stock.g[n], cr, 100, lat, nullptr, flag));
                 expect_near(stock.fg[n], plain, what, cr.r_hex_axes == 1 ? 1e-4 : 1e-11);
                 if (in_phase_table(phases, stock.g[n]))
@@ -373,31 +378,30 @@ TEST(StructureFactors, PartsAndTheirSymmetry) {
         f[s] = s == 0 ? atomsf_xdt(sq_s, c.xdt[s]) : pair[s][0]; // af 0 and 1
         f_abs[s] = pair[s][1];
     }
-    expect_near(calc_Fg_ela(2, 1, -1, 1, c.sym_op, 2, c.site, c.xdt, c.bk, 200, lat),
-                direct_sum(c, {2, 1, -1}, sq_s, f, no), "elastic");
-    expect_near(calc_Fg_inela(2, 1, -1, 1, c.sym_op, 2, c.site, c.bk, 200, lat),
-                direct_sum(c, {2, 1, -1}, sq_s, no, f_abs), "absorptive");
-    expect_near(calc_z_factor(2, 1, -1, 1, c.sym_op, 2, c.site, c.xdt, lat), direct_sum(c, {2, 1, -1}, sq_s, z, no),
-                "charges");
-    EXPECT_NEAR(calc_F_0_re(1, 2, c.site, c.bk), (c.bk[0].dt[0] + 0.9 * c.bk[1].dt[0]) / 1000, 1e-12);
-    // Beyond s = 6 the Mott factor stands alone and the flag tells.
-    expect_near(calc_structure_factor(40, 0, 0, 1, c.sym_op, 1, c.site, c.xdt, c.bk, 200, lat, flag),
-                std_of(calc_Fg_ela(40, 0, 0, 1, c.sym_op, 1, c.site, c.xdt, c.bk, 200, lat)), "beyond the table");
-    EXPECT_EQ(flag, 1);
-    expect_near(calc_structure_factor(40, 0, 0, 1, c.sym_op, 1, c.site + 1, c.xdt, c.bk, 200, lat, flag), 0,
-                "beyond the table");
+    expect_near(calc_Fg_ela({2, 1, -1}, c, 200, lat), direct_sum(c, {2, 1, -1}, sq_s, f, no), "elastic");
+    expect_near(calc_Fg_inela({2, 1, -1}, c, 200, lat), direct_sum(c, {2, 1, -1}, sq_s, no, f_abs), "absorptive");
+    expect_near(calc_z_factor({2, 1, -1}, c, lat), direct_sum(c, {2, 1, -1}, sq_s, z, no), "charges");
+    EXPECT_NEAR(calc_F_0_re(c), (c.bk[0].dt[0] + 0.9 * c.bk[1].dt[0]) / 1000, 1e-12);
+    // Beyond s = 6 the Mott factor of the first site stands alone and the flag tells.
+    const double far = sq_abs({40, 0, 0}, lat) / 4, mott[2] = {atomsf_xdt(far, c.xdt[0]), 0};
+    for (const int num_site : {1, 2}) {
+        c.num_site = num_site;
+        expect_near(calc_structure_factor({40, 0, 0}, c, 200, lat, flag), direct_sum(c, {40, 0, 0}, far, mott, no),
+                    "beyond the table");
+        EXPECT_EQ(flag, 1);
+    }
     c.site[1].B = 6.1; // nor does the table of absorption reach so far
-    calc_structure_factor(1, 0, 0, 1, c.sym_op, 2, c.site, c.xdt, c.bk, 200, lat, flag);
+    calc_structure_factor({1, 0, 0}, c, 200, lat, flag);
     EXPECT_EQ(flag, 1);
     c.site[0].af = 2; // a word of the elastic part alone
     const double bk_alone[2] = {pair[0][0], f[1]};
     EXPECT_NEAR(std::abs(part(fg_ela, 2, 1, -1) - direct_sum(c, {2, 1, -1}, sq_s, bk_alone, no)), 0, 1e-12);
-    const auto total = [&] { calc_structure_factor(1, 0, 0, 1, c.sym_op, 2, c.site, c.xdt, c.bk, 200, lat, flag); };
+    const auto total = [&] { calc_structure_factor({1, 0, 0}, c, 200, lat, flag); };
     expect_faults({{total, "$$ Invalid af. Abort.\n", ""},
                    {[&] { part(fg_inela, 1, 0, 0); }, "$$ Invalid af. Abort.\n", ""},
                    {[&] { c.site[0].af = -1, part(fg_ela, 1, 0, 0); }, "$$ Invalid af. Abort.\n", ""},
                    {[&] { c.site[0] = c.site[1], c.site[0].bf = 2, total(); }, "ERROR: Invalid atom.bf. Abort.\n", ""},
-                   {[&] { lofg_to_fg(1, 0, 0, 5, lofg_value(), 1, c.sym_op, 2, c.site, c.bk, c.xdt, 200, lat); },
+                   {[&] { alloc_csd_lofg(1, c), c.lof_type = 5, lofg_to_fg(0, c, 200, lat); },
                     "$$ Invalid lof_type. Abort.\n", ""}});
 }
 
@@ -411,17 +415,19 @@ TEST(StructureFactors, StockAndItsFlags) {
     phase_table phases = new_phase_table(c, {3, 3, 91});
     stock.phases = &phases; // all but the first far reflection use them
     int flag = 7;
-    const auto value = [&](hkl g) { return std_of(stocked_fg(g, c, 100, lat, stock, flag)); };
+    const auto value = [&](hkl g) { return std_of(structure_factor_ext_tbl(g, c, 100, lat, stock, flag)); };
     EXPECT_EQ(value({1, 0, 0}), 0.0);
     EXPECT_EQ(flag, 0) << "forbidden";
     const cplx beyond = value({80, 0, 0});
     EXPECT_EQ(flag, 1);
     EXPECT_EQ(value({0, -80, 0}), beyond);
     EXPECT_EQ(flag, 0);
-    stock_fg_tbl_sym(1, 1, 1, {5, 0}, stock, c.num_sym_op, c.sym_op);
-    stock_fg_tbl_sym(1, 1, 1, {6, 0}, stock, c.num_sym_op, c.sym_op);
+    stock_fg_tbl_sym({1, 1, 1}, {5, 0}, stock, c);
+    stock_fg_tbl_sym({1, 1, 1}, {6, 0}, stock, c);
+    csd alone = c;
+    alone.num_sym_op = 1; // the identity
     for (int h = 1000; stock.count < stock_max - 5; ++h)
-        stock_fg_tbl_sym(h, 0, 0, {1, 0}, stock, 1, c.sym_op);
+        stock_fg_tbl_sym({h, 0, 0}, {1, 0}, stock, alone);
     for (const hkl g : {hkl{1, 3, 5}, {1, 3, 91}, {1, 1, 91}, {1, 3, 91}, {1, -1, 91}, {-1, 1, 91}, {-1, 1, 91}}) {
         int plain_flag;
         EXPECT_EQ(value(g), std_of(crystal_fg(fg_total, g, c, 100, lat, &phases, plain_flag)));
@@ -455,8 +461,8 @@ TEST(StructureFactors, LowOrderKinds) {
             wanted += std_of(crystal_fg(fg_inela, {0, 1, 2}, c, 100, lat, nullptr, flag));
         fg_stock stock = new_stock_with_lofg(c, 100, lat);
         EXPECT_EQ(stock.count, 3) << "the second entry is an equivalent of the first";
-        expect_near(stocked_fg({0, 1, 2}, c, 100, lat, stock, flag), wanted, "entry");
-        expect_near(stocked_fg({0, -1, -2}, c, 100, lat, stock, flag), wanted, "equivalent");
+        expect_near(structure_factor_ext_tbl({0, 1, 2}, c, 100, lat, stock, flag), wanted, "entry");
+        expect_near(structure_factor_ext_tbl({0, -1, -2}, c, 100, lat, stock, flag), wanted, "equivalent");
         free_stock(stock);
     }
 }
