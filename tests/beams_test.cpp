@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "beams/rfsearch.h"
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "job_util.h"
 
 using namespace orvel;

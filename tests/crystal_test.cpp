@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "crystal/cnstfunc.h"
 #include "crystal_util.h"
 

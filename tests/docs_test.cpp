@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "test_util.h"
 
 using namespace orvel_test;

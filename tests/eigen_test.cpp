@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "matrix_util.h"
 #include "numeric/fast/fast.h"
 #include "numeric/lb_eigmat.h"

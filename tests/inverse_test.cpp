@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "matrix_util.h"
 #include "numeric/fast/dispatch.h"
 #include "numeric/lb_invmat.h"

@@ -8,10 +8,10 @@
 
 #include <gtest/gtest.h>
 
-#include "control/orvel.h"
 #include "control/ov_debug.h"
 #include "control/ov_input.h"
 #include "control/ov_mpi.h"
+#include "control/settings.h"
 #include "control/utils.h"
 #include "test_util.h"
 

@@ -7,8 +7,8 @@
 
 #include <cmath>
 
-#include "control/orvel.h"
 #include "control/ov_input.h"
+#include "control/settings.h"
 #include "job_util.h"
 #include "numeric/vecmat.h"
 #include "refine/fitfunc.h"

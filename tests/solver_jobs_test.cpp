@@ -7,7 +7,7 @@
 #include <complex>
 #include <map>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "job_util.h"
 #include "jobs/ov_sim.h"
 #include "refine/fitfunc.h"

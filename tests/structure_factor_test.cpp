@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 #include "crystal_util.h"
 #include "numeric/vecmat.h"
 #include "solver/ovfunc_potential.h"

@@ -13,7 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "control/orvel.h"
+#include "control/settings.h"
 
 namespace fs = std::filesystem;
 

@@ -22,8 +22,10 @@ static void print_head(std::FILE* file, const beam_search& bs) {
                    bs.sgbmin, bs.sgmax, bs.xigmax, bs.lz_min, bs.lz_max, bs.g_max);
     else if (method == method_sg_multi)
         ov_fprintf(file, "# beam_search ---> multi sg\n");
-    else
-        ov_fprintf(stdout, "$$ beam_search: manual\n$$ beam_search.flag_bs = %d\n", bs.flag_bs);
+    else {
+        ov_fprintf(stdout, "$$ beam_search: manual\n");
+        ov_fprintf(stdout, "$$ beam_search.flag_bs = %d\n", bs.flag_bs);
+    }
 }
 
 void print_rfinfo(int i, int bethe, hkl g, beam_table& table) {
