@@ -31,8 +31,8 @@ TEST(Symmetry, Operations) {
                  {"/2X,Y+/2,Z", {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}}},
                  {"-X-Y,- Z,x", {{-1, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 0}}}}; // nor a second minus is read
     for (const auto& c : cases) {
-        std::string line = c.line;
-        const sym_op op = decode_sym_op(line.data()), inverse = inv_sym_op(op);
+        std::string line = std::string("7") + c.line; // what stands in front of a line is none of it
+        const sym_op op = decode_sym_op(line.data() + 1), inverse = inv_sym_op(op);
         for (int i = 0; i < 3; ++i) {
             for (int j = 0; j < 3; ++j)
                 EXPECT_EQ(op.rot[3 * j + i], c.rows[i][j]) << c.line << i << j;
@@ -214,7 +214,8 @@ TEST(Crystal, BlockFaults) {
 
 TEST(Crystal, GeneratedPositions) {
     const table_dir dir;
-    const std::string text = crystal_text("2\n4\n4\n4\n90\n90\n90\n", {iso_site, "O\n0.1\n0.2\n1.25\n0\n0\n0.5\n0\n"});
+    const std::string text = crystal_text("2\n4\n4\n4\n90\n90\n90\n", // constraints come before multiplicities
+                                          {iso_site, "O\n0.1 CST x\nx+x CST y\n1.25 CST z\n0\n0\n0.5\n0\n"});
     const std::string number = "* number of atom positions = ", head = "no:\tx\ty\tz\n";
     for (const std::string& first : {"1  (multiplicity = 1/2 = 0.5)\n" + head + "0\t0.5\t0\t0\n",
                                      "2  (multiplicity = 2/2 = 1)\n" + head + "0\t0.5\t0\t0\n1\t-0.5\t-0\t-0\n"}) {
@@ -222,9 +223,9 @@ TEST(Crystal, GeneratedPositions) {
             epsilon.auto_multiplicity_off = first[0] - '1';
             dbg.atm_pos_out_flag = 1;
             const crystal c(text, "stem");
-            std::printf("%g", c.site[0].multiplicity);
+            std::printf("%g", c.site[0].multiplicity + 10 * c.site[1].multiplicity);
         });
-        const std::string multiplicity = first[0] == '1' ? "0.5" : "1";
+        const std::string multiplicity = first[0] == '1' ? "10.5" : "11";
         EXPECT_EQ(end.out, "$$ Generated atom positions ==> stem_aps.txt\n" + multiplicity);
         EXPECT_EQ(end.status, 0);
         EXPECT_EQ(read_file("stem_aps.txt"), "* All atom positions\n*\n* Atom[1]: Si\n" + number + first +

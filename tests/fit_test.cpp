@@ -171,8 +171,9 @@ TEST(Fit, RecoversAStructureFactor) {
 // points leaves, a tenth of their distance.
 TEST(Fit, RecoversAShift) {
     const fit_dir dir;
-    const fit_run end = dir.recover(with(truth, {{"0 FIX H1", "-0.06 FIX H1"}, {"0 FIX G1", "=2*H1 CST G1"}}),
-                                    with(truth, {{"0 FIX H1", "0 ADJ H1"}, {"0 FIX G1", "0 ADJ G1"}}));
+    const std::string other = with(truth, {{"-1 0 0\n0\n", "-1 0 0\n-0.06\n"}}); // moved along H alone
+    const fit_run end = dir.recover(with(other, {{"0 FIX H1", "-0.06 FIX H1"}, {"0 FIX G1", "=2*H1 CST G1"}}),
+                                    with(other, {{"0 FIX H1", "0 ADJ H1"}, {"0 FIX G1", "0 ADJ G1"}}));
     EXPECT_EQ(end.status, 0) << end.out;
     std::smatch m;
     const std::string shifts = read_file("a_shift.txt");
@@ -180,6 +181,7 @@ TEST(Fit, RecoversAShift) {
     ASSERT_TRUE(std::regex_match(shifts, m, lines)) << shifts;
     EXPECT_NEAR(std::stod(m[1]), -0.06, 0.01);
     EXPECT_NEAR(std::stod(m[2]), -0.12, 0.01);
+    EXPECT_LT(end.gof, 2);
 }
 
 // The dump of one cycle: its form; alpha is positive definite; beta is half the slope of chi-square
@@ -305,16 +307,93 @@ TEST(Fit, RejectedTrialIsTakenBack) {
     EXPECT_EQ(read_file("a_res0.txt"), pattern) << "one call is kept back";
 }
 
+static double element(const table& cycle, int i, int j) {
+    return cycle[to_size(alpha + std::max(i, j))][to_size(std::min(i, j))];
+}
+
+// Solution of (alpha + lambda diag alpha) x = beta, by elimination.
+static std::vector<double> marquardt_step(const table& cycle, double lambda) {
+    const int n = 4;
+    table a(n, std::vector<double>(n));
+    std::vector<double> x = cycle[alpha + n];
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            a[i][j] = element(cycle, i, j) * (i == j ? 1 + lambda : 1);
+    for (int k = 0; k < n; ++k)
+        for (int i = k + 1; i < n; ++i) {
+            const double f = a[i][k] / a[k][k];
+            for (int j = k; j < n; ++j)
+                a[i][j] -= f * a[k][j];
+            x[i] -= f * x[k];
+        }
+    for (int i = n - 1; i >= 0; --i) {
+        for (int j = i + 1; j < n; ++j)
+            x[i] -= a[i][j] * x[j];
+        x[i] /= a[i][i];
+    }
+    return x;
+}
+
+// Each trial goes where the equations of the best vector so far and lambda send it (half of what scale factor
+// or thickness have left at most), and lambda follows chi-square as Fletcher lets it.
+TEST(Fit, TrialsFollowFromTheEquationsBeforeThem) {
+    const fit_dir dir;
+    ASSERT_EQ(dir.run(truth, {"--simulate"}).status, 0);
+    int met = 0; // uphill, poor, fair, shortened
+    for (const changes& start : {far_off, changes{{"0.12 ADJ", "0.16 ADJ"}, {"700 ADJ", "800 ADJ"}}}) {
+        const fit_run end = dir.run(with(truth, start), {"--dump-normal"});
+        const std::regex line("\\*\\* Cycle (\\d+): chisq = \\S+, lambda = (\\S+): (\\w+)");
+        std::smatch m;
+        std::size_t best = 0, k = 1;
+        double lambda = 1e-3;
+        for (const std::string& told : lines_of(end.out)) {
+            if (!std::regex_match(told, m, line))
+                continue;
+            ASSERT_EQ(std::stoul(m[1]), k + 1);
+            EXPECT_NEAR(std::stod(m[2]), lambda, 1e-5 * lambda);
+            const table &at = end.cycles[best], &trial = end.cycles[k];
+            std::vector<double> step = marquardt_step(at, lambda);
+            double shrink = 1, promised = 0;
+            for (int j : {2, 3}) // scale factor and thickness
+                shrink = std::min(shrink, step[j] < 0 ? -at[par][j] / 2 / step[j] : 1.0);
+            for (double& s : step)
+                s *= shrink;
+            for (int i = 0; i < 4; ++i) {
+                EXPECT_NEAR(trial[par][i], at[par][i] + step[i], 1e-4 * std::fabs(at[par][i])) << k << " " << i;
+                promised += 2 * at.back()[i] * step[i];
+                for (int j = 0; j < 4; ++j)
+                    promised -= step[i] * element(at, i, j) * step[j];
+            }
+            const double fall = (at[chisq][0] - trial[chisq][0]) / promised;
+            EXPECT_EQ(m[3], fall >= 0 ? "accepted" : "rejected");
+            met |= (fall < 0 ? 1 : fall < 0.25 ? 2
+                               : fall <= 0.75  ? 4
+                                               : 0) |
+                   (shrink < 1 ? 8 : 0);
+            if (fall >= 0)
+                best = k;
+            if (fall < 0 || fall > 0.75)
+                lambda = fall < 0 ? std::max(10 * lambda, 1e-3) : std::max(lambda / 10, 1e-7);
+            else
+                lambda *= fall < 0.25 ? 2 : 1;
+            ++k;
+        }
+    }
+    EXPECT_EQ(met, 15);
+}
+
 TEST(Fit, StopsByEachCriterion) {
     const struct {
         std::string setting;
         changes start;
         std::string message;
     } cases[] = {
-        {"tol_chisq_abs 1000", {}, "\n  ** Convergence **\n  Chi square "},
+        {"tol_chisq_abs 200", {}, "\n  ** Convergence **\n  Chi square "}, // for each parameter
         {"tol_parameter 0", {}, "\n  ** Convergence **\n  Residual sum of squares has slightly increased.\n"},
         {"marq_lambda_max 0.0001", far_off, "\n  ** Not converged **\n  Too large lambda (="},
-        {"numh 1", {{"15\n1", "2\n1"}, {"700 ADJ", "756 ADJ"}}, "\n  ** Not converged **\nRefined parameter file: "},
+        {"numh 1",
+         {{"15\n1", "2\n1"}, {"700 ADJ", "756 ADJ"}, {"1 1 0\n0\n", "1 1 0 0\n0\n"}},
+         "\n  ** Not converged **\nRefined parameter file: "},
     };
     const fit_dir dir;
     ASSERT_EQ(dir.run(truth, {"--simulate"}).status, 0);
@@ -395,6 +474,7 @@ TEST(Fit, BadCommandLines) {
         {{"a.dat", "--simulate", "--noise", "nan"}, "Invalid number nan"},
         {{"a.dat", "--simulate", "--noise", "-0.5"}, "Invalid number -0.5"},
         {{"a.dat", "--simulate", "--seed", "1.5"}, "Invalid number 1.5"},
+        {{"a.dat", "--simulate", "--seed", "+1"}, "Invalid number +1"},
         {{"a.dat", "--simulate", "--seed", "18446744073709551616"}, "Invalid number 18446744073709551616"},
         {{"a.dat", "--simulate", "--cycles", "2"}, "There are no cycles with --simulate"},
         {{"a.dat", "--seed", "2"}, "--noise and --seed belong to --simulate"},

@@ -52,6 +52,7 @@ TEST(Lines, CommentsAndLongLines) {
         {x255 + "yz\nw\n", {x255, "yz\n", "w\n"}},
         {x255 + "#no data\nw\n", {x255, "w\n"}},
         {x255 + "\r\nw\n", {x255, "\n", "w\n"}},
+        {std::string("a\0b\n\0c\nd\n", 9), {"a", "", "d\n"}}, // what stands behind a NUL is lost, no more
     };
     for (const auto& c : cases)
         EXPECT_EQ(data_lines(c.text), c.lines) << c.text;

@@ -308,6 +308,8 @@ TEST(Cycle, NormalEquationsAreSumsOverDifferencesOfItsOwnPatterns) {
     epsilon.scale_rst_chisq = 3;
     for (double accuracy : {1.0, 0.9}) {
         epsilon.bc_accuracy = accuracy;
+        epsilon.num_thickwidth = accuracy < 1 ? 1 : 0;
+        f.sets[0].thickness_width[1] = 9;
         jacobian J = differences(f, " Bg xs b11 b23 b13 fe q s0 t0 t1 s2 t2 s3 ");
         f.cycle();
         const std::vector<double> cal = f.pattern();

@@ -603,7 +603,7 @@ TEST(SolverJobs, RefusedInput) {
         string part, by, out, blocked;
     };
     const string paramter = "$$ Invalid paramter: branch_begin = ", format = "$$ Data format error has been found at ";
-    std::vector<stop> stops = {{dispsurf, "1 2\n}", "1 3\n}", paramter + "1, branch_end = 3. Abort.\n", ""},
+    std::vector<stop> stops = {{dispsurf, "2 0\n0", "1 1\n0", paramter + "1, branch_end = 2. Abort.\n", ""},
                                {dispsurf, "1 2\n}", "0 2\n}", paramter + "0, branch_end = 2. Abort.\n", ""},
                                {bloch, "1 2\n}", "2 1\n}", paramter + "2, branch_end = 1\n", ""},
                                {dispsurf, "2\n700", "-1\n", "num_g = 2\n$$ Invalid num_thickness(=-1). Abort.\n", ""},
