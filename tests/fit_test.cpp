@@ -144,7 +144,9 @@ TEST(Fit, RecoversAStructureFactor) {
     const std::string more = with(truth.substr(block, truth.find("}DATA_SET") - block),
                                   {{"1 ADJ scale", "0.8 ADJ scale2"}, {"700 ADJ thickness", "900 ADJ thickness2"}});
     const std::string second = with(truth.substr(set, truth.find("}FIT_") - set),
-                                    {{"a.int\n1", "b.int\n2"}, {"}DATA_SET\n", more + "}DATA_SET\n"}});
+                                    {{"a.int\n1", "b.int\n2"},
+                                     {"700 ADJ thickness", "700 RST held 0.01"},
+                                     {"}DATA_SET\n", more + "}DATA_SET\n"}});
     const std::string from = with(truth, {{"}FIT_", second + "}FIT_"},
                                           {"15\n1", "15\n2"},
                                           {"4 FIX a", "4 RST a 0.1"},
@@ -157,6 +159,7 @@ TEST(Fit, RecoversAStructureFactor) {
     const fit_run end = dir.recover(from, start, {"--dump-normal"});
     expect_recovered(end, {{"F100", 5}, {"B", 0.5}, {"scale2", 0.8}, {"thickness2", 900}});
     EXPECT_EQ(end.end.at("a").esd, 0) << "the restraint alone, in both data sets";
+    EXPECT_NEAR(end.end.at("held").esd, 0.01, 1e-3) << "a restraint beside the data";
     // The first cycle of a process is told, and its patterns stay.
     char told[80];
     std::snprintf(told, sizeof told, "\n$$ 1st cycle\nchisq of the 1st cycle = %g.\n", end.cycles[0][chisq][0]);
