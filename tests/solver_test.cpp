@@ -449,7 +449,9 @@ TEST(Solver, BoundaryConditionAndItsCheck) {
         int flag;
         double first;
         std::string out;
-    } cases[] = {{0, 0.5, ""}, {1, 0.5, line}, {2, 0.5, line + vector}, {3, 0.5, ""}, {-1, 0.5, ""}, {2, 1, ""}, {1, 0.8, "$$ bc[0] = 1.25, 0 (c_abs = 1.25)\n"}};
+    } cases[] = {
+        {0, 0.5, ""}, {1, 0.5, line}, {2, 0.5, line + vector}, {3, 0.5, ""}, {-1, 0.5, ""}, {2, 1, ""},
+        {1, 0.8, "$$ bc[0] = 1.25, 0 (c_abs = 1.25)\n"}};
     for (const auto& c : cases) {
         const outcome end = run_child([&] {
             dbg.bc_chk_flag = c.flag;

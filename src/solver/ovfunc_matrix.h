@@ -50,6 +50,7 @@ void g_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bet
 void simple_bethe(int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room);
 
 // The form that flag_bs names.
-void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix, scratch& room);
+void bethe_reduction(int flag_bs, int nesel, int nbsel, const complex* const* a_matrix, complex** bethe_matrix,
+                     scratch& room);
 
 } // namespace orvel
