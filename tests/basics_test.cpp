@@ -83,7 +83,7 @@ TEST(Scratch, PiecesStayAndComeAgain) {
     std::vector<std::pair<char*, std::size_t>> taken;
     const auto take_all = [&] {
         taken.clear();
-        for (const std::size_t size : {1, 0, 70, 40000, 5, 100000, 64})
+        for (const std::size_t size : std::initializer_list<std::size_t>{1, 0, 70, 40000, 5, 100000, 64})
             taken.push_back({take<char>(room, size), size});
     };
     take_all();

@@ -310,27 +310,27 @@ TEST(Fit, RejectedTrialIsTakenBack) {
     EXPECT_EQ(read_file("a_res0.txt"), pattern) << "one call is kept back";
 }
 
-static double element(const table& cycle, int i, int j) {
-    return cycle[to_size(alpha + std::max(i, j))][to_size(std::min(i, j))];
+static double element(const table& cycle, std::size_t i, std::size_t j) {
+    return cycle[alpha + std::max(i, j)][std::min(i, j)];
 }
 
 // Solution of (alpha + lambda diag alpha) x = beta, by elimination.
 static std::vector<double> marquardt_step(const table& cycle, double lambda) {
-    const int n = 4;
+    const std::size_t n = 4;
     table a(n, std::vector<double>(n));
     std::vector<double> x = cycle[alpha + n];
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j)
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t j = 0; j < n; ++j)
             a[i][j] = element(cycle, i, j) * (i == j ? 1 + lambda : 1);
-    for (int k = 0; k < n; ++k)
-        for (int i = k + 1; i < n; ++i) {
+    for (std::size_t k = 0; k < n; ++k)
+        for (std::size_t i = k + 1; i < n; ++i) {
             const double f = a[i][k] / a[k][k];
-            for (int j = k; j < n; ++j)
+            for (std::size_t j = k; j < n; ++j)
                 a[i][j] -= f * a[k][j];
             x[i] -= f * x[k];
         }
-    for (int i = n - 1; i >= 0; --i) {
-        for (int j = i + 1; j < n; ++j)
+    for (std::size_t i = n; i-- > 0;) {
+        for (std::size_t j = i + 1; j < n; ++j)
             x[i] -= a[i][j] * x[j];
         x[i] /= a[i][i];
     }
@@ -357,14 +357,14 @@ TEST(Fit, TrialsFollowFromTheEquationsBeforeThem) {
             const table &at = end.cycles[best], &trial = end.cycles[k];
             std::vector<double> step = marquardt_step(at, lambda);
             double shrink = 1, promised = 0;
-            for (int j : {2, 3}) // scale factor and thickness
+            for (const std::size_t j : {2u, 3u}) // scale factor and thickness
                 shrink = std::min(shrink, step[j] < 0 ? -at[par][j] / 2 / step[j] : 1.0);
             for (double& s : step)
                 s *= shrink;
-            for (int i = 0; i < 4; ++i) {
+            for (std::size_t i = 0; i < 4; ++i) {
                 EXPECT_NEAR(trial[par][i], at[par][i] + step[i], 1e-4 * std::fabs(at[par][i])) << k << " " << i;
                 promised += 2 * at.back()[i] * step[i];
-                for (int j = 0; j < 4; ++j)
+                for (std::size_t j = 0; j < 4; ++j)
                     promised -= step[i] * element(at, i, j) * step[j];
             }
             const double fall = (at[chisq][0] - trial[chisq][0]) / promised;

@@ -438,20 +438,18 @@ TEST(Solver, SelectionPerTilt) {
     free_matrix(vg);
 }
 
-// M = ((0.5, 0), (0.25, 1)) with row 1 halved by beta = 4: amplitudes 2 and -0.5, the first above 1.
+// M = ((7/8, 0), (0.25, 1)) with row 1 halved by beta = 4: amplitudes 8/7 and -2/7, the first above 1.
 TEST(Solver, BoundaryConditionAndItsCheck) {
     complex row_0[] = {{0.5, 0}, {0, 0}}, row_1[] = {{0.25, 0}, {1, 0}};
     const complex* const vectors[] = {row_0, row_1};
     const double beta_sel[] = {1, 4};
-    const std::string line = "$$ bc[0] = 2, 0 (c_abs = 2)\n";
-    const std::string vector = "$$ vec[0][0]=0.5 0\n$$ vec[1][0]=0.25 0\n$$ norm^2 = 0.3125\n";
+    const std::string line = "$$ bc[0] = 1.14286, 0 (c_abs = 1.14286)\n";
+    const std::string vector = "$$ vec[0][0]=0.875 0\n$$ vec[1][0]=0.25 0\n$$ norm^2 = 0.828125\n";
     const struct {
         int flag;
         double first;
         std::string out;
-    } cases[] = {
-        {0, 0.5, ""}, {1, 0.5, line}, {2, 0.5, line + vector}, {3, 0.5, ""}, {-1, 0.5, ""}, {2, 1, ""},
-        {1, 0.8, "$$ bc[0] = 1.25, 0 (c_abs = 1.25)\n"}};
+    } cases[] = {{0, .875, ""}, {1, .875, line}, {2, .875, line + vector}, {3, .875, ""}, {-1, .875, ""}, {2, 1, ""}};
     for (const auto& c : cases) {
         const outcome end = run_child([&] {
             dbg.bc_chk_flag = c.flag;
