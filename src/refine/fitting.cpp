@@ -274,7 +274,10 @@ void dynamical_calculation(const double* par, int num_fitpar, double** alpha, do
     const lattice lat = lattice_of(crystal);
     for (int i = 0; i < context.num_fed; ++i)
         chk_incidence(context.fed[i], crystal, lat);
-    normal_equations equations = {num_fitpar, alpha, beta};
+    normal_equations equations;
+    equations.num_fitpar = num_fitpar;
+    equations.alpha = alpha;
+    equations.beta = beta;
     chisq = 0.0;
     for (int i = 0; i < context.num_fed; ++i)
         chisq += calc_data_set(i, equations, lat, context);

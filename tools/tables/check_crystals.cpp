@@ -32,8 +32,9 @@ static crystal_factors factors(const cubic_crystal& c, hkl g, double kv) {
     int inversion_flag;
     crystal.sym_op = read_sp_group_tbl(c.sg_no, crystal.num_sym_op, inversion_flag, crystal.latt_type,
                                        crystal.r_hex_axes);
-    alloc_csd_sites(c.element[1] != nullptr ? 2 : 1, crystal);
-    for (int i = 0; i < crystal.num_site; ++i) {
+    const int num_site = c.element[1] != nullptr ? 2 : 1;
+    alloc_csd_sites(num_site, crystal);
+    for (int i = 0; i < num_site; ++i) {
         atom& site = crystal.site[i];
         std::strcpy(site.element, c.element[i]);
         site.x = site.y = site.z = c.x[i];
